@@ -1,0 +1,2 @@
+// Placeholder entry until the run driver lands.
+int main() { return 0; }
