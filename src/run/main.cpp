@@ -1,2 +1,3 @@
-// Placeholder entry until the run driver lands.
-int main() { return 0; }
+#include "run/run_driver.h"
+
+int main(int argc, char** argv) { return RunKelvarion(argc, argv); }

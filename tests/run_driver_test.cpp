@@ -1,0 +1,187 @@
+// The run driver as a process: command line, banner, the fatal paths before the
+// first image, skipped images and the end of the run.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "run_process.h"
+#include "test_pictures.h"
+
+namespace {
+
+const std::string BANNER =
+    "**************************************\n"
+    "****        Kelvarion v2.1        ****\n"
+    "****   Recalage et compositage    ****\n"
+    "****        24 Avril 2002         ****\n"
+    "**************************************\n"
+    "****        Portage Linux         ****\n"
+    "****    d'images astronomiques    ****\n"
+    "**************************************\n"
+    "\n";
+const std::string FATAL = "Erreur fatale, appuyez sur entree.\nFatal error. Press return.\n";
+const std::string END_OF_RUN = "\nTemps pour l'ensemble du calcul: # secondes\nFin de l'execution de Kelvarion\n";
+
+std::string ParseEcho(const std::string& scriptPath, const std::string& echo) {
+  return "Lecture des parametres\n\nFichier de script : " + scriptPath + "\n\n\n" + echo;
+}
+
+// A small reference picture written with the program's own writer.
+void WriteReference(const std::string& path, int width, int height) {
+  TestPicture picture = MakePicture(width, height, 0, 0);
+  for (int y = 0; y < height; y++)
+    for (int x = 0; x < width; x++)
+      SetPixel(picture, x, y, (unsigned char)(x * 7), (unsigned char)(y * 5), (unsigned char)(x + y), 255);
+  SaveBmp(picture.image, path.c_str());
+}
+
+struct RunDirectory {
+  std::string path;
+  RunDirectory() : path(MakeTempDirectory()) {}
+  ~RunDirectory() { RemoveDirectory(path); }
+  std::string File(const std::string& name) const { return path + "/" + name; }
+};
+
+TEST(RunDriver, ScriptWithoutReferenceIsFatalBeforeTheLog) {
+  RunDirectory dir;
+  WriteWholeFile(dir.File("script.txt"), "Rem nothing here\n");
+  ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.output, BANNER + ParseEcho("script.txt", "") + "Erreur : pas d'image de reference\n" + FATAL);
+  EXPECT_FALSE(FileExists(dir.File("shift.lst")));
+}
+
+TEST(RunDriver, NoImagesGivesAnEmptyLogAndTheEndOfRun) {
+  RunDirectory dir;
+  WriteReference(dir.File("ref.bmp"), 6, 4);
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\n");
+  ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(MaskTimes(run.output), BANNER + ParseEcho("script.txt", "Image de reference: ref.bmp\n") +
+                                       "Chargement du fichier ref.bmp" + END_OF_RUN);
+  EXPECT_TRUE(FileExists(dir.File("shift.lst")));
+  EXPECT_EQ(ReadWholeFile(dir.File("shift.lst")), "");
+}
+
+TEST(RunDriver, MissingSourcesAreSkippedAndTheRunGoesOn) {
+  RunDirectory dir;
+  WriteReference(dir.File("ref.bmp"), 6, 4);
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\nSourcesbmp gone out 1 2\n");
+  ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.exitCode, 0);
+  std::string echo =
+      "Image de reference: ref.bmp\n"
+      "Nom generique de la sequence entree: gone   sortie: out   Debut=1  Fin=2\n"
+      "source: gone1.bmp -> resultat: out1.bmp\n"
+      "source: gone2.bmp -> resultat: out2.bmp\n";
+  std::string images;
+  for (int i = 1; i <= 2; i++) {
+    std::string name = "gone" + std::to_string(i) + ".bmp";
+    images += "\n**************************************************\nTraitement de l'image " +
+              std::to_string(i) + " (" + name + ")\nChargement du fichier " + name +
+              "Erreur : impossible d'ouvrir l'image " + name + "\n";
+  }
+  EXPECT_EQ(MaskTimes(run.output),
+            BANNER + ParseEcho("script.txt", echo) + "Chargement du fichier ref.bmp" + images + END_OF_RUN);
+  EXPECT_FALSE(FileExists(dir.File("out1.bmp")));
+}
+
+TEST(RunDriver, CommandLineForms) {
+  RunDirectory dir;
+  WriteReference(dir.File("ref.bmp"), 6, 4);
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\n");
+  WriteWholeFile(dir.File("ScriptKelvarion2.txt"), "Reference ref.bmp\n");
+  const std::string body = ParseEcho("script.txt", "Image de reference: ref.bmp\n") +
+                           "Chargement du fichier ref.bmp" + END_OF_RUN;
+
+  ProcessResult two = RunKelvarionIn(dir.path, {"script.txt", "other.txt"});
+  EXPECT_EQ(two.exitCode, 0);
+  EXPECT_EQ(MaskTimes(two.output),
+            "Trop de fichiers : seul le premier fichier pourra \x90tre traite\n"
+            "Veuillez faire un script pour lancer plusieurs fois Kelvarion\n" +
+                BANNER + body);
+
+  // Without an argument the default script is read and the run waits for Enter.
+  ProcessResult none = RunKelvarionIn(dir.path, {}, "\n");
+  EXPECT_EQ(none.exitCode, 0);
+  EXPECT_EQ(MaskTimes(none.output),
+            BANNER + ParseEcho("ScriptKelvarion2.txt", "Image de reference: ref.bmp\n") +
+                "Chargement du fichier ref.bmp" + END_OF_RUN + "Appuyez sur entree pour quitter\n");
+
+  // A recognised "Quitter" (followed by a blank) removes the wait.
+  WriteWholeFile(dir.File("ScriptKelvarion2.txt"), "Reference ref.bmp\nQuitter \n");
+  ProcessResult quit = RunKelvarionIn(dir.path, {});
+  EXPECT_EQ(quit.exitCode, 0);
+  EXPECT_EQ(quit.output.find("Appuyez sur entree"), std::string::npos);
+}
+
+struct FatalSettingsCase {
+  const char* name;
+  const char* script;
+  const char* message;
+};
+
+TEST(RunDriver, SettingsThatCannotRunAreRefusedBeforeTheReferenceIsLoaded) {
+  const FatalSettingsCase cases[] = {
+      {"negative shift step", "Translation 10 -2\n", "Erreur : pas de translation negatif (-2)\n"},
+      {"angle min not finite", "Angle nan 2 1\n", "Erreur : angle minimum invalide (nan)\n"},
+      {"angle max not finite", "Angle 0 inf 1\n", "Erreur : angle maximum invalide (inf)\n"},
+      {"resolution not finite", "Angle 0 0 -inf\n", "Erreur : resolution angulaire invalide (-inf)\n"},
+      {"negative resolution with a range", "Angle -2 2 -1\n",
+       "Erreur : resolution angulaire negative (-0.017453 radian)\n"},
+      {"zero block step", "Bloc 32 10 5 0\n", "Erreur : pas de decalage de bloc invalide (0.000000)\n"},
+      {"negative block step", "Bloc 32 10 5 -1\n", "Erreur : pas de decalage de bloc invalide (-1.000000)\n"},
+      {"negative search width", "Bloc 32 -1 5 1\n", "Erreur : largeur de recherche negative (-1)\n"},
+  };
+  for (const FatalSettingsCase& c : cases) {
+    RunDirectory dir;
+    WriteWholeFile(dir.File("script.txt"), std::string("Reference ref.bmp\n") + c.script);
+    ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+    EXPECT_EQ(run.signal, SIGABRT) << c.name;
+    std::string tail = std::string(c.message) + FATAL;
+    ASSERT_GE(run.output.size(), tail.size()) << c.name;
+    EXPECT_EQ(run.output.substr(run.output.size() - tail.size()), tail) << c.name << "\n" << run.output;
+    // Refused before the reference is loaded, and before the log is created.
+    EXPECT_EQ(run.output.find("Chargement du fichier"), std::string::npos) << c.name;
+    EXPECT_FALSE(FileExists(dir.File("shift.lst"))) << c.name;
+  }
+}
+
+TEST(RunDriver, NegativeResolutionWithoutAnAngleRangeIsAccepted) {
+  RunDirectory dir;
+  WriteReference(dir.File("ref.bmp"), 6, 4);
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\nAngle 1 1 -1\nBloc 0 -5 5 0\n");
+  ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.exitCode, 0) << run.output;
+}
+
+TEST(RunDriver, UnopenableReferenceOrLogIsFatal) {
+  RunDirectory dir;
+  WriteWholeFile(dir.File("script.txt"), "Reference missing.bmp\n");
+  ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  std::string tail = "Chargement du fichier missing.bmpErreur : impossible d'ouvrir l'image missing.bmp\n" + FATAL;
+  EXPECT_EQ(run.output.substr(run.output.size() - tail.size()), tail);
+
+  WriteReference(dir.File("ref.bmp"), 6, 4);
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\n");
+  ASSERT_EQ(mkdir(dir.File("shift.lst").c_str(), 0755), 0);
+  run = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  tail = "Chargement du fichier ref.bmpErreur : impossible de creer le fichier shift.lst (Is a directory)\n" + FATAL;
+  EXPECT_EQ(run.output.substr(run.output.size() - tail.size()), tail);
+}
+
+TEST(RunDriver, FatalErrorEndsItsWaitOnEndOfInputAndOnOneCharacter) {
+  RunDirectory dir;
+  WriteWholeFile(dir.File("script.txt"), "Rem\n");
+  for (const char* input : {"", "x", "\n\n\n"}) {
+    ProcessResult run = RunKelvarionIn(dir.path, {"script.txt"}, input);
+    EXPECT_EQ(run.signal, SIGABRT);
+    EXPECT_EQ(run.output.substr(run.output.size() - FATAL.size()), FATAL);
+  }
+}
+
+}  // namespace
