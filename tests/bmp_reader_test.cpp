@@ -8,10 +8,9 @@
 
 #include "console_capture.h"
 #include "image/image.h"
+#include "scratch_directory.h"
 
 namespace {
-
-typedef std::vector<unsigned char> Bytes;
 
 struct Header {
   int32_t width;
@@ -40,11 +39,9 @@ Bytes HeaderBytes(const Header& h) {
   return bytes;
 }
 
-std::string WriteFile(const std::string& name, const Bytes& bytes) {
-  std::string path = ::testing::TempDir() + "kelvarion_reader_" + std::to_string(getpid()) + "_" + name;
-  FILE* file = fopen(path.c_str(), "wb");
-  fwrite(bytes.data(), 1, bytes.size(), file);
-  fclose(file);
+std::string WriteFile(const std::string& directory, const std::string& name, const Bytes& bytes) {
+  std::string path = directory + name + ".bmp";
+  WriteFileBytes(path, bytes);
   return path;
 }
 
@@ -68,6 +65,7 @@ struct RgbCase {
 };
 
 TEST(LoadImage, RgbLayouts) {
+  std::string directory = MakeScratchDirectory();
   const RgbCase cases[] = {
       {"width1_stride4", 1, 2, 4, 54},         {"width3_padding3", 3, 2, 12, 54},
       {"width4_no_padding", 4, 3, 12, 54},     {"width5_stride16", 5, 2, 16, 54},
@@ -88,7 +86,7 @@ TEST(LoadImage, RgbLayouts) {
       }
       file.insert(file.end(), row.begin(), row.end());
     }
-    std::string path = WriteFile(c.name, file);
+    std::string path = WriteFile(directory, c.name, file);
     Image image = {nullptr, -7, -7, 11, 12};
     int result = -1;
     EXPECT_EQ(LoadCapturing(image, path, result), "Chargement du fichier " + path) << c.name;
@@ -107,15 +105,16 @@ TEST(LoadImage, RgbLayouts) {
         EXPECT_EQ(p[3], 255) << c.name << " x=" << x << " y=" << y;
       }
     ReleasePixels(image);
-    unlink(path.c_str());
   }
+  RemoveScratchDirectory(directory);
 }
 
 TEST(LoadImage, FirstStoredPixelIsBottomLeft) {
+  std::string directory = MakeScratchDirectory();
   Bytes file = HeaderBytes({2, 3, 24, 0, 54, 40, 0});
   file.resize(54 + 3 * 8, 0);
   file[54] = 255;  // blue, first pixel of the first stored row
-  std::string path = WriteFile("blue", file);
+  std::string path = WriteFile(directory, "blue", file);
   Image image = {};
   int result = -1;
   LoadCapturing(image, path, result);
@@ -124,7 +123,7 @@ TEST(LoadImage, FirstStoredPixelIsBottomLeft) {
                                       0, 0, 0, 255, 255, 0, 0, 255, 0, 0, 0, 255};
   EXPECT_EQ(Bytes(image.pixels, image.pixels + 24), Bytes(expected, expected + 24));
   ReleasePixels(image);
-  unlink(path.c_str());
+  RemoveScratchDirectory(directory);
 }
 
 struct PaletteCase {
@@ -136,6 +135,7 @@ struct PaletteCase {
 };
 
 TEST(LoadImage, PaletteDecodedThroughTable) {
+  std::string directory = MakeScratchDirectory();
   const PaletteCase cases[] = {
       {"colours_used_0_means_256", 0, 256, 40, {0, 1, 255, 7, 128, 254}},
       {"colours_used_2_index_beyond_table_is_black", 2, 2, 40, {0, 1, 2, 255, 1, 0}},
@@ -155,7 +155,7 @@ TEST(LoadImage, PaletteDecodedThroughTable) {
       file.insert(file.end(), c.indices + 3 * r, c.indices + 3 * r + 3);
       file.push_back(0xFF);  // padding to 4 bytes
     }
-    std::string path = WriteFile(c.name, file);
+    std::string path = WriteFile(directory, c.name, file);
     Image image = {};
     int result = -1;
     std::string expectedOutput = "Chargement du fichier " + path;
@@ -175,12 +175,13 @@ TEST(LoadImage, PaletteDecodedThroughTable) {
         EXPECT_EQ(p[3], 255) << c.name << " index " << index;
       }
     ReleasePixels(image);
-    unlink(path.c_str());
   }
+  RemoveScratchDirectory(directory);
 }
 
 TEST(LoadImage, UnopenablePathsReturnOneAndLeaveTheRecord) {
-  const std::string paths[] = {::testing::TempDir(), ::testing::TempDir() + "kelvarion_no_such_file.bmp"};
+  std::string directory = MakeScratchDirectory();
+  const std::string paths[] = {directory, directory + "missing.bmp"};
   for (const std::string& path : paths) {
     unsigned char sentinel = 0;
     Image image = {&sentinel, 5, 6, 7, 8};
@@ -192,6 +193,7 @@ TEST(LoadImage, UnopenablePathsReturnOneAndLeaveTheRecord) {
     EXPECT_EQ(image.width, 5);
     EXPECT_EQ(image.height, 6);
   }
+  RemoveScratchDirectory(directory);
 }
 
 // A regular expression matching exactly text, nothing before or after.
@@ -217,6 +219,7 @@ Bytes Resized(Bytes bytes, size_t size) {
 }
 
 TEST(LoadImageDeathTest, RefusedFilesEndTheRun) {
+  std::string directory = MakeScratchDirectory();
   const char* truncated = "Erreur : fichier BMP tronque ou invalide : %s\n";
   const char* compressed = "Fichier BMP compresse: chargement impossible\n";
   const char* unsupported = "Erreur fatale: mode d'image non supporte\n";
@@ -242,7 +245,7 @@ TEST(LoadImageDeathTest, RefusedFilesEndTheRun) {
       {"depth_1", Resized(HeaderBytes({1, 1, 1, 0, 54, 40, 0}), 118), unsupported, false},
   };
   for (const FatalCase& c : cases) {
-    std::string path = WriteFile(c.name, c.file);
+    std::string path = WriteFile(directory, c.name, c.file);
     char message[512];
     snprintf(message, sizeof message, c.message, path.c_str());
     std::string expected = "Chargement du fichier " + path;
@@ -258,8 +261,8 @@ TEST(LoadImageDeathTest, RefusedFilesEndTheRun) {
         },
         ::testing::KilledBySignal(SIGABRT), ExactPattern(expected))
         << c.name;
-    unlink(path.c_str());
   }
+  RemoveScratchDirectory(directory);
 }
 
 }  // namespace

@@ -1,54 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <dirent.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "console_capture.h"
 #include "image/image.h"
 #include "image/output_file.h"
+#include "scratch_directory.h"
 #include "test_pictures.h"
 
 namespace {
-
-typedef std::vector<unsigned char> Bytes;
-
-std::string MakeDirectory() {
-  std::string pattern = ::testing::TempDir() + "kelvarion_writer_XXXXXX";
-  return std::string(mkdtemp(&pattern[0])) + "/";
-}
-
-std::vector<std::string> ListDirectory(const std::string& directory) {
-  std::vector<std::string> names;
-  DIR* dir = opendir(directory.c_str());
-  while (dirent* entry = readdir(dir))
-    if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..") names.push_back(entry->d_name);
-  closedir(dir);
-  return names;
-}
-
-void RemoveDirectory(const std::string& directory) {
-  for (const std::string& name : ListDirectory(directory)) unlink((directory + name).c_str());
-  rmdir(directory.c_str());
-}
-
-Bytes ReadBytes(const std::string& path) {
-  Bytes bytes;
-  FILE* file = fopen(path.c_str(), "rb");
-  if (file == nullptr) return bytes;
-  int c;
-  while ((c = fgetc(file)) != EOF) bytes.push_back((unsigned char)c);
-  fclose(file);
-  return bytes;
-}
-
-void WriteBytes(const std::string& path, const Bytes& bytes) {
-  FILE* file = fopen(path.c_str(), "wb");
-  fwrite(bytes.data(), 1, bytes.size(), file);
-  fclose(file);
-}
 
 uint32_t Le32(const Bytes& bytes, size_t at) {
   return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | (uint32_t)bytes[at + 3] << 24;
@@ -83,12 +44,12 @@ TEST(SaveBmp, LayoutsAndRoundTrip) {
       {"width4_no_padding", 4, 3, 12, 90},        {"width5_rows_of_16", 5, 2, 16, 86},
       {"width0_rows_of_4_zero_bytes", 0, 2, 4, 62}, {"height0_header_alone", 3, 0, 12, 54},
   };
-  std::string directory = MakeDirectory();
+  std::string directory = MakeScratchDirectory();
   for (const LayoutCase& c : cases) {
     TestPicture picture = DistinctPicture(c.width, c.height);
     std::string path = directory + c.name + ".bmp";
     EXPECT_EQ(SaveCapturing(picture.image, path), "Sauvegarde d'une image " + path + " FIN\n");
-    Bytes file = ReadBytes(path);
+    Bytes file = ReadFileBytes(path);
     ASSERT_EQ(file.size(), c.fileSize) << c.name;
     const uint32_t fields[][3] = {{2, c.fileSize, 4}, {6, 0, 4},     {10, 54, 4},   {14, 40, 4},
                                   {18, (uint32_t)c.width, 4}, {22, (uint32_t)c.height, 4},
@@ -116,20 +77,20 @@ TEST(SaveBmp, LayoutsAndRoundTrip) {
       EXPECT_EQ(loaded.pixels[i], i % 4 == 3 ? 255 : picture.bytes[i]) << c.name << " byte " << i;
     ReleasePixels(loaded);
   }
-  RemoveDirectory(directory);
+  RemoveScratchDirectory(directory);
 }
 
 TEST(SaveBmp, ReplacesAnExistingLongerFile) {
-  std::string directory = MakeDirectory();
+  std::string directory = MakeScratchDirectory();
   std::string path = directory + "old.bmp";
-  WriteBytes(path, Bytes(500, 0x77));
+  WriteFileBytes(path, Bytes(500, 0x77));
   TestPicture picture = DistinctPicture(1, 2);
   SaveCapturing(picture.image, path);
-  Bytes file = ReadBytes(path);
+  Bytes file = ReadFileBytes(path);
   EXPECT_EQ(file.size(), 62u);
   EXPECT_EQ(Le32(file, 18), 1u);
   EXPECT_EQ(ListDirectory(directory), std::vector<std::string>{"old.bmp"});
-  RemoveDirectory(directory);
+  RemoveScratchDirectory(directory);
 }
 
 TEST(SaveBmp, MissingDirectoryIsReportedAndCounted) {
@@ -143,12 +104,12 @@ TEST(SaveBmp, MissingDirectoryIsReportedAndCounted) {
 
 TEST(SaveBmp, FailedWriteKeepsTheOldFileAndLeavesNoTemporary) {
   const int64_t failPoints[] = {0, 1, 53, 54, 66, 89};  // the 4 x 3 file is 90 bytes
-  std::string directory = MakeDirectory();
+  std::string directory = MakeScratchDirectory();
   std::string path = directory + "result.bmp";
   const Bytes old = {'o', 'l', 'd', 0, 1, 2};
   TestPicture picture = DistinctPicture(4, 3);
   for (int64_t failPoint : failPoints) {
-    WriteBytes(path, old);
+    WriteFileBytes(path, old);
     int failures = WriteFailureCount;
     OutputFailAfterBytes = failPoint;
     std::string output = SaveCapturing(picture.image, path);
@@ -157,14 +118,14 @@ TEST(SaveBmp, FailedWriteKeepsTheOldFileAndLeavesNoTemporary) {
                           " (No space left on device)\n")
         << failPoint;
     EXPECT_EQ(WriteFailureCount, failures + 1) << failPoint;
-    EXPECT_EQ(ReadBytes(path), old) << failPoint;
+    EXPECT_EQ(ReadFileBytes(path), old) << failPoint;
     EXPECT_EQ(ListDirectory(directory), std::vector<std::string>{"result.bmp"}) << failPoint;
   }
   OutputFailAfterBytes = 90;  // exactly the file's length still fits
   SaveCapturing(picture.image, path);
   OutputFailAfterBytes = -1;
-  EXPECT_EQ(ReadBytes(path).size(), 90u);
-  RemoveDirectory(directory);
+  EXPECT_EQ(ReadFileBytes(path).size(), 90u);
+  RemoveScratchDirectory(directory);
 }
 
 }  // namespace
