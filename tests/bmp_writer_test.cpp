@@ -59,8 +59,8 @@ TEST(SaveBmp, LayoutsAndRoundTrip) {
     EXPECT_EQ(file[1], 'M');
     for (const auto& field : fields) EXPECT_EQ(Le32(file, field[0]), field[1]) << c.name << " at " << field[0];
     for (int r = 0; r < c.height; r++) {
-      const unsigned char* row = &file[54 + r * c.stride];
-      const unsigned char* memory = &picture.bytes[(size_t)(c.height - 1 - r) * c.width * 4];
+      const unsigned char* row = file.data() + 54 + r * c.stride;
+      const unsigned char* memory = picture.bytes.data() + (size_t)(c.height - 1 - r) * c.width * 4;
       for (int x = 0; x < c.width; x++)
         EXPECT_EQ(Bytes(row + 3 * x, row + 3 * x + 3), Bytes(memory + 4 * x, memory + 4 * x + 3))
             << c.name << " stored row " << r << " x " << x;
