@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -181,7 +182,8 @@ TEST(LoadImage, PaletteDecodedThroughTable) {
 
 TEST(LoadImage, UnopenablePathsReturnOneAndLeaveTheRecord) {
   std::string directory = MakeScratchDirectory();
-  const std::string paths[] = {directory, directory + "missing.bmp"};
+  ASSERT_EQ(mkfifo((directory + "pipe.bmp").c_str(), 0600), 0);  // opening it would block
+  const std::string paths[] = {directory, directory + "missing.bmp", directory + "pipe.bmp"};
   for (const std::string& path : paths) {
     unsigned char sentinel = 0;
     Image image = {&sentinel, 5, 6, 7, 8};
