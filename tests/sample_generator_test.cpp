@@ -8,7 +8,7 @@
 #include "image/image.h"
 // The test target is built from tests/ and the core library only, so the scene
 // code is compiled into this file.
-#include "../tools/sample_scene.cpp"
+#include "sample_scene.h"
 
 namespace {
 
