@@ -6,8 +6,6 @@
 #include <cstring>
 
 #include "image/image.h"
-// The test target is built from tests/ and the core library only, so the scene
-// code is compiled into this file.
 #include "sample_scene.h"
 
 namespace {
