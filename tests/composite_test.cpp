@@ -94,30 +94,6 @@ int FirstFitsValue(const std::string& file) {
   return (unsigned char)file[2880] * 256 + (unsigned char)file[2881];
 }
 
-TEST_F(CompositeTest, CreatedAccumulatorIsZero) {
-  StartComposite(7, 5, 3, 2);
-  ASSERT_NE(Accumulator, nullptr);
-  for (int32_t y = 0; y < 5; y++)
-    for (int32_t x = 0; x < 7; x++)
-      for (int plane = 0; plane < 3; plane++) EXPECT_EQ(Sum(x, y, plane), 0u);
-}
-
-TEST_F(CompositeTest, SameFrameAddsEachColourToItsPlane) {
-  StartComposite(5, 4, 2, 1);
-  TestPicture image = MakePicture(5, 4, 2, 1);
-  uint32_t state = 99;
-  for (int32_t y = 0; y < 4; y++)
-    for (int32_t x = 0; x < 5; x++)
-      SetPixel(image, x, y, NextRandom(state) & 0xFF, NextRandom(state) & 0xFF, NextRandom(state) & 0xFF, 255);
-  AccumulateComposite(image.image);
-  AccumulateComposite(image.image);
-  for (int32_t y = 0; y < 4; y++)
-    for (int32_t x = 0; x < 5; x++)
-      for (int plane = 0; plane < 3; plane++)
-        EXPECT_EQ(Sum(x, y, plane), 2u * image.bytes[((size_t)y * 5 + x) * 4 + plane])
-            << x << "," << y << " plane " << plane;
-}
-
 struct WeightCase {
   const char* name;
   unsigned char weight;
