@@ -53,7 +53,7 @@ static void WriteRows(OutputFile& file, int plane, int32_t scale) {
   for (int64_t y = (int64_t)Reference.height - 1; y >= 0; y--) {
     const uint32_t* sums = Accumulator + y * width * 3 + plane;
     for (int64_t x = 0; x < width; x++) {
-      // The product can pass 32 bits before the division brings it back.
+      // Multiply before dividing, in 64 bits so that no sum can overflow the product.
       uint64_t value = count > 0 ? (uint64_t)sums[3 * x] * (uint64_t)scale / (uint64_t)count : 0;
       row[2 * x] = (unsigned char)(value >> 8);
       row[2 * x + 1] = (unsigned char)value;
@@ -72,7 +72,7 @@ static void WriteFitsFile(OutputFile& file, int plane, int32_t scale) {
   WriteIntCard(file, "MIPS-HI", 256 * scale);       // top of the value range
   WriteIntCard(file, "MIPS-LO", 0);                 // bottom of the value range
   WriteOutput(file, "END", 3);                      // end of the header
-  // After a failed write the position stops moving; stop with it.
+  // Blanks to byte 2880; after a failed write the position stops moving, so stop with it.
   while (file.error == 0 && file.written < FITS_BLOCK) WriteOutput(file, " ", 1);
   WriteRows(file, plane, scale);
   int64_t fill = (FITS_BLOCK - file.written % FITS_BLOCK) % FITS_BLOCK;
