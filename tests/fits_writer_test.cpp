@@ -18,10 +18,6 @@
 #include "run/settings.h"
 #include "test_pictures.h"
 
-// The script reader owns this record; stand in for it when the test binary is
-// linked without the reader.
-[[gnu::weak]] ImageTableRecord ImageTable;
-
 namespace {
 
 std::string ReadFile(const std::string& path) {
