@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 
 #include "console_capture.h"
 #include "register/register.h"
@@ -22,7 +22,8 @@ namespace {
 const double DEGREE = 0.017453292522222223;
 const char* const RULER = "--------------------------------------------------\n";
 const char* const EDGE_WARNING =
-    "\n!!! Attention : la valeur maximum de decalage autoris\x8E" "e a ete atteinte.\n";
+    "\n!!! Attention : la valeur maximum de decalage autoris\x8E"
+    "e a ete atteinte.\n";
 
 // Degrees as the script stores them: the value as a float, times pi/180, as a float.
 float Radians(double degrees) { return (float)((double)(float)degrees * DEGREE); }
@@ -36,7 +37,8 @@ Image OwnedCopy(const Image& picture) {
 
 void FillRandom(TestPicture& picture, uint32_t& state, uint32_t levels, bool someEmpty) {
   for (size_t i = 0; i < picture.bytes.size(); i += 4) {
-    for (int k = 0; k < 3; k++) picture.bytes[i + k] = (unsigned char)(NextRandom(state) % levels * 40);
+    for (int k = 0; k < 3; k++)
+      picture.bytes[i + k] = (unsigned char)(NextRandom(state) % levels * 40);
     picture.bytes[i + 3] = someEmpty && NextRandom(state) % 4 == 0 ? 0 : 255;
   }
 }
@@ -181,7 +183,9 @@ TEST_F(SearchTest, EqualScoresAcrossAngles) {
     char line[96];
     snprintf(line, sizeof line, "\ntheta=%f  DeltaX=0   DeltaY=0\n",
              ((double)UpperThirdAngle(Radians(c.coarseDegrees)) * 180.0) * 0.31830988614222805);
-    EXPECT_EQ(console, std::string("Ajustement global : \n") + RULER + std::string(17 + 18, '*') + line) << c.name;
+    EXPECT_EQ(console,
+              std::string("Ajustement global : \n") + RULER + std::string(17 + 18, '*') + line)
+        << c.name;
     ReleasePixels(Current);
   }
 }
@@ -223,7 +227,8 @@ TEST_F(SearchTest, ZeroResolutionIsFatal) {
         SearchRotation();
       },
       ::testing::KilledBySignal(SIGABRT),
-      "^Ajustement global : \nErreur : resolution angulaire nulleErreur fatale, appuyez sur entree\\.\n"
+      "^Ajustement global : \nErreur : resolution angulaire nulleErreur fatale, appuyez sur "
+      "entree\\.\n"
       "Fatal error\\. Press return\\.\n");
 }
 
@@ -238,7 +243,8 @@ TEST_F(SearchTest, StalledFloatsEndTheLoops) {
   Settings.AngleResolution = 1e-30f;
   Current = OwnedCopy(picture.image);
   char line[96];
-  snprintf(line, sizeof line, "*\ntheta=%f  DeltaX=0   DeltaY=0\n", (1e8 * 180.0) * 0.31830988614222805);
+  snprintf(line, sizeof line, "*\ntheta=%f  DeltaX=0   DeltaY=0\n",
+           (1e8 * 180.0) * 0.31830988614222805);
   EXPECT_EQ(Captured(SearchRotation), std::string("Ajustement global : \n") + RULER + line);
   ReleasePixels(Current);
 
@@ -291,8 +297,8 @@ TEST_F(SearchTest, LogLineAndEdgeWarning) {
     SetRange(c.minX, c.maxX, c.minY, c.maxY);
     Current = OwnedCopy(current.image);
     std::string console = Captured(SearchRotation);
-    std::string expected = std::string("Ajustement global : \n") + RULER + "\nDeltaX=3   DeltaY=-2\n" +
-                           (c.warning ? EDGE_WARNING : "");
+    std::string expected = std::string("Ajustement global : \n") + RULER +
+                           "\nDeltaX=3   DeltaY=-2\n" + (c.warning ? EDGE_WARNING : "");
     EXPECT_EQ(console, expected) << c.name;
     EXPECT_EQ(LogText(), c.logLine) << c.name;
     // The registered picture lies on the reference wherever it has data.
@@ -301,7 +307,8 @@ TEST_F(SearchTest, LogLineAndEdgeWarning) {
     int mismatches = 0;
     for (int32_t y = 2; y < 40; y++)
       for (int32_t x = 0; x < 45; x++)
-        if (memcmp(Current.pixels + (y * 48 + x) * 4, &reference.bytes[(y * 48 + x) * 4], 4) != 0) mismatches++;
+        if (memcmp(Current.pixels + (y * 48 + x) * 4, &reference.bytes[(y * 48 + x) * 4], 4) != 0)
+          mismatches++;
     EXPECT_EQ(mismatches, 0) << c.name;
     ReleasePixels(Current);
     fclose(ShiftLog);
@@ -332,10 +339,12 @@ TEST_F(SearchTest, EqualScoresKeepTheFirstInLoopOrder) {
 
 // ---- the skipped runs of placements without overlap ----
 
-Shift LiteralCoarseSearch(const Image& current, const Image& reference, int32_t width, int32_t height) {
+Shift LiteralCoarseSearch(const Image& current, const Image& reference, int32_t width,
+                          int32_t height) {
   float best = 1e24f;
   Shift winner = {0, 0};
-  for (float angle = Settings.AngleMin; angle <= Settings.AngleMax; angle = (float)(angle + DEGREE)) {
+  for (float angle = Settings.AngleMin; angle <= Settings.AngleMax;
+       angle = (float)(angle + DEGREE)) {
     Image patch = RotatedPatch(current, width, height, angle);
     for (int64_t dx = Settings.ShiftMinX; dx <= Settings.ShiftMaxX; dx += Settings.ShiftStep)
       for (int64_t dy = Settings.ShiftMinY; dy <= Settings.ShiftMaxY; dy += Settings.ShiftStep) {
@@ -359,7 +368,8 @@ TEST_F(SearchTest, SkippingRunsWithoutOverlapKeepsTheLiteralWinner) {
   uint32_t state = seed;
   int noOverlapWinners = 0;
   for (int trial = 0; trial < 400; trial++) {
-    TestPicture reference = MakePicture(1 + NextRandom(state) % 20, 1 + NextRandom(state) % 20, 0, 0);
+    TestPicture reference =
+        MakePicture(1 + NextRandom(state) % 20, 1 + NextRandom(state) % 20, 0, 0);
     reference.image.x0 = (int32_t)(NextRandom(state) % 30) - 5;
     reference.image.y0 = (int32_t)(NextRandom(state) % 30) - 5;
     TestPicture current = MakePicture(1 + NextRandom(state) % 24, 1 + NextRandom(state) % 24, 0, 0);
@@ -426,7 +436,8 @@ TEST_F(SearchTest, HugeRangeEndsAtOnceWithTheLiteralWinner) {
   Settings.TranslationFraction = 4;  // 10 x 1 patch: no empty row to score low
   Current = OwnedCopy(dark.image);
   console = Captured(SearchRotation);
-  EXPECT_NE(console.find("\nDeltaX=-2147483647   DeltaY=-2147483647\n"), std::string::npos) << console;
+  EXPECT_NE(console.find("\nDeltaX=-2147483647   DeltaY=-2147483647\n"), std::string::npos)
+      << console;
   EXPECT_EQ(LogText(), "3 -2 \n-2147483647 -2147483647   Non optimal\n");
 }
 
@@ -500,12 +511,15 @@ TEST_F(SearchTest, TranslationConsoleAndNarrowedRange) {
     Settings.ShiftStep = steps[k];
     Current = OwnedCopy(current.image);
     std::string console = Captured(SearchTranslation);
-    std::string head = std::string("Recherche de la meilleure translation : \n") + RULER + "(Temps Phase1 : ";
+    std::string head =
+        std::string("Recherche de la meilleure translation : \n") + RULER + "(Temps Phase1 : ";
     ASSERT_EQ(console.substr(0, head.size()), head);
     size_t close = console.find(")\n", head.size());
     ASSERT_NE(close, std::string::npos);
-    for (size_t i = head.size(); i < close; i++) EXPECT_TRUE(isdigit((unsigned char)console[i])) << console;
-    std::string tail = std::string(")\nAjustement global : \n") + RULER + expectedTails[k] + EDGE_WARNING;
+    for (size_t i = head.size(); i < close; i++)
+      EXPECT_TRUE(isdigit((unsigned char)console[i])) << console;
+    std::string tail =
+        std::string(")\nAjustement global : \n") + RULER + expectedTails[k] + EDGE_WARNING;
     EXPECT_EQ(console.substr(close), tail);
     EXPECT_EQ(LogText(), expectedLogs[k]);
     EXPECT_EQ(Settings.ShiftMinX, -24);
@@ -523,7 +537,8 @@ TEST_F(SearchTest, TranslationCoarseSearchKeepsTheLiteralWinner) {
   printf("seed %u\n", seed);
   uint32_t state = seed;
   for (int trial = 0; trial < 150; trial++) {
-    TestPicture reference = MakePicture(8 + NextRandom(state) % 90, 8 + NextRandom(state) % 90, 0, 0);
+    TestPicture reference =
+        MakePicture(8 + NextRandom(state) % 90, 8 + NextRandom(state) % 90, 0, 0);
     reference.image.x0 = (int32_t)(NextRandom(state) % 120) - 10;
     reference.image.y0 = (int32_t)(NextRandom(state) % 120) - 10;
     TestPicture current = MakePicture(8 + NextRandom(state) % 90, 8 + NextRandom(state) % 90, 0, 0);
@@ -535,7 +550,8 @@ TEST_F(SearchTest, TranslationCoarseSearchKeepsTheLiteralWinner) {
       Fill(current, 255, 255, 255, 255);
     else
       FillRandom(current, state, kind == 0 ? 2 : 6, kind == 1);
-    SetRange((int32_t)(NextRandom(state) % 300) - 250, 0, (int32_t)(NextRandom(state) % 300) - 250, 0);
+    SetRange((int32_t)(NextRandom(state) % 300) - 250, 0, (int32_t)(NextRandom(state) % 300) - 250,
+             0);
     Settings.ShiftMaxX = Settings.ShiftMinX + (int32_t)(NextRandom(state) % 400) - 20;
     Settings.ShiftMaxY = Settings.ShiftMinY + (int32_t)(NextRandom(state) % 400) - 20;
     Settings.ShiftStep = 1000;
@@ -545,7 +561,8 @@ TEST_F(SearchTest, TranslationCoarseSearchKeepsTheLiteralWinner) {
     float best = 1e24f;
     int64_t bestI = 0, bestJ = 0;
     for (int64_t i = (int64_t)(Settings.ShiftMinX * 0.125); i <= Settings.ShiftMaxX * 0.125; i++)
-      for (int64_t j = (int64_t)(Settings.ShiftMinY * 0.125); j <= Settings.ShiftMaxY * 0.125; j++) {
+      for (int64_t j = (int64_t)(Settings.ShiftMinY * 0.125); j <= Settings.ShiftMaxY * 0.125;
+           j++) {
         Image placed = reduced;
         placed.x0 = (int32_t)(reduced.x0 + i);
         placed.y0 = (int32_t)(reduced.y0 + j);
@@ -583,7 +600,8 @@ TEST_F(SearchTest, TranslationHugeRangeSaturatesTheNarrowedBounds) {
   SetRange(-2147483647, 2147483647, -2147483647, 2147483647);
   Current = OwnedCopy(current.image);
   std::string console = Captured(SearchTranslation);
-  EXPECT_NE(console.find("\nDeltaX=-2147483648   DeltaY=-2147483648\n"), std::string::npos) << console;
+  EXPECT_NE(console.find("\nDeltaX=-2147483648   DeltaY=-2147483648\n"), std::string::npos)
+      << console;
   EXPECT_EQ(LogText(), "-2147483648 -2147483648   Non optimal\n");
   EXPECT_EQ(Settings.ShiftMinX, -2147483647);
   EXPECT_EQ(Settings.ShiftMaxY, 2147483647);
