@@ -14,9 +14,6 @@
 #include "run/settings.h"
 #include "test_pictures.h"
 
-// Stand-in until the script reader is linked in; its definition takes over then.
-__attribute__((weak)) SettingsRecord Settings;
-
 namespace {
 
 const double DEGREE = 0.017453292522222223;
