@@ -1,0 +1,147 @@
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "blocks/blocks.h"
+#include "run/fatal_error.h"
+#include "run/run_state.h"
+#include "run/settings.h"
+
+// Beyond this many entries per array the field cannot be a real allocation;
+// it takes the out-of-memory path instead of wrapping around.
+static const int64_t MAX_FIELD_ENTRIES = INT64_C(1) << 40;
+
+static Image CopyPicture(const Image& image) {
+  Image copy = image;
+  copy.pixels = AllocatePixels(image.width, image.height);
+  size_t bytes = (size_t)image.width * (size_t)image.height * 4;
+  if (bytes > 0) memcpy(copy.pixels, image.pixels, bytes);
+  return copy;
+}
+
+// Number of block points first, first + grid, ... that stay below end.
+static int64_t CountBlocks(int64_t first, int64_t end, int64_t grid) {
+  if (first >= end) return 0;
+  return (end - first - 1) / grid + 1;
+}
+
+static float* AllocateFloats(int64_t count) {
+  float* values = new (std::nothrow) float[(size_t)count];
+  if (values == nullptr) {
+    printf("Erreur : pas assez de memoire \n");
+    FatalError();
+  }
+  return values;
+}
+
+// Each array gets (columns + 1) x (rows + 1) entries, none cleared.
+static BlockField AllocateField(int64_t columns, int64_t rows) {
+  if (columns > INT32_MAX || rows > INT32_MAX || columns + 1 > MAX_FIELD_ENTRIES / (rows + 1)) {
+    printf("Erreur : pas assez de memoire \n");
+    FatalError();
+  }
+  int64_t entries = (columns + 1) * (rows + 1);
+  BlockField field;
+  field.dx = AllocateFloats(entries);
+  field.dy = AllocateFloats(entries);
+  field.score = AllocateFloats(entries);
+  field.columns = (int32_t)columns;
+  field.rows = (int32_t)rows;
+  return field;
+}
+
+static void ReleaseField(BlockField& field) {
+  delete[] field.dx;
+  delete[] field.dy;
+  delete[] field.score;
+  field.dx = nullptr;
+  field.dy = nullptr;
+  field.score = nullptr;
+}
+
+// A block is searched only when its square of side 2S + 1, widened by the
+// offset range and carried into Reference's frame, stays inside Reference;
+// one column past the right edge and one row past the bottom are allowed.
+static bool BlockLeavesReference(int64_t bx, int64_t by) {
+  const SettingsRecord& s = Settings;
+  int64_t dx0 = (int64_t)Reference.x0 - Current.x0;
+  int64_t dy0 = (int64_t)Reference.y0 - Current.y0;
+  return bx - s.SearchWidth + s.BlockShiftMinX + dx0 < 0 ||
+         bx + s.SearchWidth + s.BlockShiftMaxX + dx0 > Reference.width ||
+         by - s.SearchWidth + s.BlockShiftMinY + dy0 < 0 ||
+         by + s.SearchWidth + s.BlockShiftMaxY + dy0 > Reference.height;
+}
+
+static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
+  int64_t grid = Settings.GridWidth;
+  float step = Settings.BlockShiftStep;
+  bool wholeStep = step == std::trunc(step);
+  int64_t columns = field.columns;
+  int64_t stars = 0;
+  for (int64_t k = 0; k < columns; k++) {
+    for (; stars < 50 * k / columns + 1; stars++) printf("*");
+    fflush(stdout);
+    int64_t bx = firstX + k * grid;
+    for (int64_t l = 0; l < field.rows; l++) {
+      int64_t by = firstY + l * grid;
+      int64_t index = l * columns + k;
+      if (BlockLeavesReference(bx, by)) {
+        field.dx[index] = 0;
+        field.dy[index] = 0;
+        field.score[index] = SKIPPED_BLOCK_SCORE;
+        continue;
+      }
+      // With the symmetric range that "Bloc" sets, a searched block whose
+      // range has a trial lies inside Current, so its point fits 32 bits;
+      // without a trial the searches return before using the point.
+      float dx;
+      float dy;
+      if (wholeStep)
+        field.score[index] = SearchBlockOffset(dx, dy, (int32_t)bx, (int32_t)by);
+      else
+        field.score[index] = SearchBlockOffsetSubpixel(dx, dy, (int32_t)bx, (int32_t)by);
+      field.dx[index] = dx;
+      field.dy[index] = dy;
+    }
+  }
+}
+
+void AdjustBlocks() {
+  const SettingsRecord& s = Settings;
+  if (s.GridWidth <= 0) return;
+
+  Image currentKept = CopyPicture(Current);
+  Image referenceKept = CopyPicture(Reference);
+  MakeGradientForm(Current);
+  MakeGradientForm(Reference);
+  printf("Ajustage par blocs\n");
+  printf("Calcul du meilleur ajustage");
+
+  // 64 bits: "Bloc" accepts any 32-bit values, and these sums can pass them.
+  int64_t firstX = (int64_t)s.SearchWidth - s.BlockShiftMinX + 1;
+  int64_t endX = (int64_t)Current.width - s.SearchWidth - s.BlockShiftMaxX - 1;
+  int64_t firstY = (int64_t)s.SearchWidth - s.BlockShiftMinY + 1;
+  int64_t endY = (int64_t)Current.height - s.SearchWidth - s.BlockShiftMaxY - 1;
+  BlockField field = AllocateField(CountBlocks(firstX, endX, s.GridWidth),
+                                   CountBlocks(firstY, endY, s.GridWidth));
+  printf(" (%i blocs en largeur %i blocs en hauteur)\n", field.columns, field.rows);
+  printf("--------------------------------------------------\n");
+  SearchBlocks(field, firstX, firstY);
+  printf("\n");
+  printf("Deformation de l'image\n");
+
+  ReleasePixels(Current);
+  ReleasePixels(Reference);
+  Current.pixels = currentKept.pixels;
+  Reference.pixels = referenceKept.pixels;
+
+  // An empty grid cannot be interpolated: the picture stays as it was.
+  if (field.columns > 0 && field.rows > 0) {
+    Image deformed = DeformImage(Current, field, s.GridWidth, s.GridWidth);
+    ReleasePixels(Current);
+    Current.pixels = deformed.pixels;
+  }
+  ReleaseField(field);
+}

@@ -1,0 +1,88 @@
+#include <cmath>
+#include <cstdint>
+
+#include "blocks/blocks.h"
+#include "register/register.h"
+#include "run/run_state.h"
+#include "run/settings.h"
+
+// Advances a whole-number offset: the step is added as a float and the sum
+// truncated. Returns false when the loop is over: past max, or when the float
+// sum no longer moves the offset (|offset| beyond 2^24, or a step below 1).
+static bool NextWholeOffset(int64_t& offset, float step, int64_t max) {
+  float sum = (float)offset + step;
+  double next = std::trunc((double)sum);
+  if (next > (double)max || next <= (double)offset) return false;
+  offset = (int64_t)next;
+  return true;
+}
+
+// Placement of the patch against a copy of Reference's record whose point is
+// (0, 0): minus the Reference column (or row) under the patch's first one.
+// Computing it this way keeps x0 values near the 32-bit limits from
+// overflowing; beyond the clamps nothing overlaps and the score is the same.
+static int32_t PatchPoint(int64_t start, int64_t side, int64_t extent) {
+  if (start < -side) start = -side;
+  if (start > extent) start = extent;
+  return (int32_t)-start;
+}
+
+static void CopyPatch(Image& patch, int64_t left, int64_t top) {
+  int64_t side = patch.width;
+  for (int64_t j = 0; j < side; j++) {
+    for (int64_t i = 0; i < side; i++) {
+      unsigned char* out = patch.pixels + (j * side + i) * 4;
+      int64_t x = left + i;
+      int64_t y = top + j;
+      if (x < 0 || x >= Current.width || y < 0 || y >= Current.height) {
+        out[3] = 0;
+        continue;
+      }
+      const unsigned char* in = Current.pixels + (y * Current.width + x) * 4;
+      out[0] = in[0];
+      out[1] = in[1];
+      out[2] = in[2];
+      out[3] = in[3];
+    }
+  }
+}
+
+float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by) {
+  dx = 0;
+  dy = 0;
+  float best = NO_MATCH_SCORE;
+  const SettingsRecord& s = Settings;
+  int64_t width = s.SearchWidth;
+  float step = s.BlockShiftStep;
+  if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return best;
+  if (width < 0 || !(step > 0)) return best;
+
+  int64_t side = 2 * width + 1;
+  Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
+  CopyPatch(patch, (int64_t)bx - width, (int64_t)by - width);
+
+  Image reference = Reference;
+  reference.x0 = 0;
+  reference.y0 = 0;
+  int64_t dx0 = (int64_t)Reference.x0 - Current.x0;
+  int64_t dy0 = (int64_t)Reference.y0 - Current.y0;
+
+  for (int64_t ox = s.BlockShiftMinX; ox <= s.BlockShiftMaxX;) {
+    for (int64_t oy = s.BlockShiftMinY; oy <= s.BlockShiftMaxY;) {
+      // Current.x0 - bx + S - ox, taken relative to Reference's point.
+      patch.x0 = PatchPoint(dx0 + bx - width + ox, side, Reference.width);
+      patch.y0 = PatchPoint(dy0 + by - width + oy, side, Reference.height);
+      double score = MatchScore(reference, patch);
+      if (score < best) {
+        best = (float)score;
+        dx = (float)ox;
+        dy = (float)oy;
+      }
+      if (!NextWholeOffset(oy, step, s.BlockShiftMaxY)) break;
+    }
+    if (!NextWholeOffset(ox, step, s.BlockShiftMaxX)) break;
+  }
+
+  ReleasePixels(patch);
+  return best;
+}

@@ -1,0 +1,103 @@
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "blocks/blocks.h"
+
+// Where a pixel coordinate falls between the block points, which sit at
+// k * cell + cell / 2 (the half taken as a real number): block index, weight
+// of the next block and that next block. Before the first point and past the
+// last the field holds still. With an odd cell the weight can be slightly
+// negative just past a point's integer half (cell 5, x = 7: -0.1).
+struct FieldPlace {
+  int64_t index;
+  int64_t next;
+  float weight;
+};
+
+static FieldPlace PlaceInField(int64_t position, int64_t cell, int64_t count) {
+  FieldPlace place = {0, 0, 0.0f};
+  if (position > cell / 2) {
+    place.index = (position - cell / 2) / cell;
+    place.weight = (float)((position - ((double)(place.index * cell) + cell * 0.5)) / cell);
+  }
+  if (place.index >= count) {
+    place.index = count - 1;
+    place.weight = 0.0f;
+  }
+  place.next = place.index + 1 < count ? place.index + 1 : place.index;
+  return place;
+}
+
+// Truncated toward zero to a 16-bit integer of which the low 8 bits are kept.
+// The weights lie in (-1, 1), so |value| < 9 x 255 and the 16-bit integer
+// itself never clips.
+static unsigned char LowByte(double value) {
+  return (unsigned char)(int16_t)(int)value;
+}
+
+// Blend of one field array at a pixel, left to right in double as written.
+static double BlendField(const float* values, int64_t columns, const FieldPlace& column,
+                         const FieldPlace& row) {
+  double fx = column.weight;
+  double fy = row.weight;
+  return values[row.index * columns + column.index] * (1 - fx) * (1 - fy) +
+         values[row.index * columns + column.next] * fx * (1 - fy) +
+         values[row.next * columns + column.index] * (1 - fx) * fy +
+         values[row.next * columns + column.next] * fx * fy;
+}
+
+static void FetchPixel(const Image& source, double sx, double sy, unsigned char* out) {
+  int64_t width = source.width;
+  int64_t height = source.height;
+  double wholeX = std::trunc(sx);
+  double wholeY = std::trunc(sy);
+  // Written as negated tests so that a position that is not a number lands
+  // in the empty case.
+  if (!(wholeX >= 0) || !(wholeX < (double)width) || !(wholeY >= 0) ||
+      !(wholeY < (double)height)) {
+    out[0] = out[1] = out[2] = out[3] = 0;
+    return;
+  }
+  int64_t x = (int64_t)wholeX;
+  int64_t y = (int64_t)wholeY;
+  const unsigned char* p00 = source.pixels + (y * width + x) * 4;
+  if (x > width - 2 || y > height - 2) {
+    memcpy(out, p00, 4);
+    return;
+  }
+  double wx = sx - wholeX;
+  double wy = sy - wholeY;
+  const unsigned char* p10 = p00 + 4;
+  const unsigned char* p01 = p00 + width * 4;
+  const unsigned char* p11 = p01 + 4;
+  for (int c = 0; c < 4; c++)
+    out[c] = LowByte(p00[c] * (1 - wx) * (1 - wy) + p10[c] * wx * (1 - wy) +
+                     p01[c] * (1 - wx) * wy + p11[c] * wx * wy);
+}
+
+Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidth,
+                  int32_t cellHeight) {
+  Image result = source;
+  result.pixels = AllocatePixels(source.width, source.height);
+  int64_t width = source.width;
+  int64_t height = source.height;
+  // A field without blocks, or cells without size, has nothing to move by.
+  if (field.columns <= 0 || field.rows <= 0 || cellWidth <= 0 || cellHeight <= 0) {
+    if (width > 0 && height > 0) memcpy(result.pixels, source.pixels, (size_t)(width * height * 4));
+    return result;
+  }
+
+  for (int64_t y = 0; y < height; y++) {
+    FieldPlace row = PlaceInField(y, cellHeight, field.rows);
+    for (int64_t x = 0; x < width; x++) {
+      FieldPlace column = PlaceInField(x, cellWidth, field.columns);
+      // Sub-pixel offsets are kept as 32-bit floats.
+      float offsetX = (float)BlendField(field.dx, field.columns, column, row);
+      float offsetY = (float)BlendField(field.dy, field.columns, column, row);
+      FetchPixel(source, (double)x - offsetX, (double)y - offsetY,
+                 result.pixels + (y * width + x) * 4);
+    }
+  }
+  return result;
+}

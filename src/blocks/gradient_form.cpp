@@ -1,0 +1,29 @@
+#include <cstdint>
+
+#include "blocks/blocks.h"
+
+void MakeGradientForm(Image& image) {
+  int64_t width = image.width;
+  int64_t height = image.height;
+  unsigned char* pixels = image.pixels;
+  if (width <= 0 || height <= 0) return;
+
+  // Grey first over the whole picture: the gradients below read the grey of
+  // both neighbours, so none may still hold its colour bytes.
+  for (int64_t i = 0; i < width * height; i++) {
+    unsigned char* p = pixels + i * 4;
+    p[0] = (unsigned char)((p[0] + p[1] + p[2]) / 3);
+  }
+
+  for (int64_t y = 1; y <= height - 2; y++) {
+    for (int64_t x = 1; x <= width - 2; x++) {
+      unsigned char* p = pixels + (y * width + x) * 4;
+      int left = p[-4];
+      int right = p[4];
+      int above = p[-width * 4];
+      int below = p[width * 4];
+      p[1] = (unsigned char)(128 + (left - right) / 2);
+      p[2] = (unsigned char)(128 + (above - below) / 2);
+    }
+  }
+}
