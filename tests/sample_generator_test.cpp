@@ -10,6 +10,8 @@
 
 namespace {
 
+const double PI = 3.14159265358979323846;
+
 const SceneParams SMALL_STARS = {160, 120, SCENE_STARS};
 const SceneParams SMALL_PLANET = {160, 120, SCENE_PLANET};
 
