@@ -9,9 +9,11 @@
 #include "run/run_state.h"
 #include "run/settings.h"
 
-// Beyond this many entries per array the field cannot be a real allocation;
-// it takes the out-of-memory path instead of wrapping around.
-static const int64_t MAX_FIELD_ENTRIES = INT64_C(1) << 40;
+// A grid in which any offset can be tried has fewer blocks than Current has
+// pixels. Only an offset range with no trial (a negative maximum) can ask for
+// more; past 2^30 entries (4 GB an array) such a field takes the
+// out-of-memory path instead of overcommitted memory that cannot be backed.
+static const int64_t FIELD_ENTRIES_FLOOR = INT64_C(1) << 30;
 
 static Image CopyPicture(const Image& image) {
   Image copy = image;
@@ -38,7 +40,9 @@ static float* AllocateFloats(int64_t count) {
 
 // Each array gets (columns + 1) x (rows + 1) entries, none cleared.
 static BlockField AllocateField(int64_t columns, int64_t rows) {
-  if (columns > INT32_MAX || rows > INT32_MAX || columns + 1 > MAX_FIELD_ENTRIES / (rows + 1)) {
+  int64_t pixels = ((int64_t)Current.width + 1) * ((int64_t)Current.height + 1);
+  int64_t limit = pixels > FIELD_ENTRIES_FLOOR ? pixels : FIELD_ENTRIES_FLOOR;
+  if (columns > INT32_MAX || rows > INT32_MAX || columns + 1 > limit / (rows + 1)) {
     printf("Erreur : pas assez de memoire \n");
     FatalError();
   }

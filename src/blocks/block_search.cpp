@@ -52,14 +52,14 @@ float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by) {
   dy = 0;
   float best = NO_MATCH_SCORE;
   const SettingsRecord& s = Settings;
-  int64_t width = s.SearchWidth;
+  int64_t half = s.SearchWidth;  // S: the patch is 2S + 1 pixels square
   float step = s.BlockShiftStep;
   if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return best;
-  if (width < 0 || !(step > 0)) return best;
+  if (half < 0 || !(step > 0)) return best;
 
-  int64_t side = 2 * width + 1;
+  int64_t side = 2 * half + 1;
   Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
-  CopyPatch(patch, (int64_t)bx - width, (int64_t)by - width);
+  CopyPatch(patch, (int64_t)bx - half, (int64_t)by - half);
 
   Image reference = Reference;
   reference.x0 = 0;
@@ -70,8 +70,8 @@ float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by) {
   for (int64_t ox = s.BlockShiftMinX; ox <= s.BlockShiftMaxX;) {
     for (int64_t oy = s.BlockShiftMinY; oy <= s.BlockShiftMaxY;) {
       // Current.x0 - bx + S - ox, taken relative to Reference's point.
-      patch.x0 = PatchPoint(dx0 + bx - width + ox, side, Reference.width);
-      patch.y0 = PatchPoint(dy0 + by - width + oy, side, Reference.height);
+      patch.x0 = PatchPoint(dx0 + bx - half + ox, side, Reference.width);
+      patch.y0 = PatchPoint(dy0 + by - half + oy, side, Reference.height);
       double score = MatchScore(reference, patch);
       if (score < best) {
         best = (float)score;

@@ -64,12 +64,12 @@ float SearchBlockOffsetSubpixel(float& dx, float& dy, int32_t bx, int32_t by) {
   dy = 0;
   float best = NO_MATCH_SCORE;
   const SettingsRecord& s = Settings;
-  int64_t width = s.SearchWidth;
+  int64_t half = s.SearchWidth;  // S: the patch is 2S + 1 pixels square
   float step = s.BlockShiftStep;
   if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return best;
-  if (width < 0 || !(step > 0)) return best;
+  if (half < 0 || !(step > 0)) return best;
 
-  int64_t side = 2 * width + 1;
+  int64_t side = 2 * half + 1;
   Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
   Image reference = Reference;
   reference.x0 = 0;
