@@ -10,10 +10,6 @@
 #include "run/settings.h"
 #include "test_pictures.h"
 
-// The script reader that owns Settings is not in this tree yet; a weak
-// definition lets the tests link now and gives way to the real one.
-__attribute__((weak)) SettingsRecord Settings;
-
 namespace {
 
 const float EMPTY_PAIR = 0.5f * 0.01f;
