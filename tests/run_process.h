@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -88,7 +87,24 @@ inline ProcessResult RunKelvarionIn(const std::string& directory, const std::vec
 // The processor-time numbers are the only bytes of the console that vary
 // between runs: replace them by "#".
 inline std::string MaskTimes(const std::string& output) {
-  static const std::regex times(
-      "(Temps total de calcul pour l'image: |Temps pour l'ensemble du calcul: |\\(Temps Phase1 : )[0-9]+");
-  return std::regex_replace(output, times, "$1#");
+  static const char* const labels[] = {"Temps total de calcul pour l'image: ",
+                                       "Temps pour l'ensemble du calcul: ", "(Temps Phase1 : "};
+  std::string masked;
+  size_t at = 0;
+  while (at < output.size()) {
+    size_t digits = std::string::npos;
+    for (const char* label : labels) {
+      std::string text = label;
+      if (output.compare(at, text.size(), text) == 0) digits = at + text.size();
+    }
+    if (digits == std::string::npos) {
+      masked += output[at++];
+      continue;
+    }
+    masked.append(output, at, digits - at);
+    masked += '#';
+    at = digits;
+    while (at < output.size() && output[at] >= '0' && output[at] <= '9') at++;
+  }
+  return masked;
 }
