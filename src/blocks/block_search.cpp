@@ -1,6 +1,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
 #include "register/register.h"
 #include "run/run_state.h"
@@ -15,16 +16,6 @@ static bool NextWholeOffset(int64_t& offset, float step, int64_t max) {
   if (next > (double)max || next <= (double)offset) return false;
   offset = (int64_t)next;
   return true;
-}
-
-// Placement of the patch against a copy of Reference's record whose point is
-// (0, 0): minus the Reference column (or row) under the patch's first one.
-// Computing it this way keeps x0 values near the 32-bit limits from
-// overflowing; beyond the clamps nothing overlaps and the score is the same.
-static int32_t PatchPoint(int64_t start, int64_t side, int64_t extent) {
-  if (start < -side) start = -side;
-  if (start > extent) start = extent;
-  return (int32_t)-start;
 }
 
 static void CopyPatch(Image& patch, int64_t left, int64_t top) {

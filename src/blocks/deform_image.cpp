@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
 
 // Where a pixel coordinate falls between the block points, which sit at
@@ -29,13 +30,6 @@ static FieldPlace PlaceInField(int64_t position, int64_t cell, int64_t count) {
   return place;
 }
 
-// Truncated toward zero to a 16-bit integer of which the low 8 bits are kept.
-// The weights lie in (-1, 1), so |value| < 9 x 255 and the 16-bit integer
-// itself never clips.
-static unsigned char LowByte(double value) {
-  return (unsigned char)(int16_t)(int)value;
-}
-
 // Blend of one field array at a pixel, left to right in double as written.
 static double BlendField(const float* values, int64_t columns, const FieldPlace& column,
                          const FieldPlace& row) {
@@ -47,33 +41,17 @@ static double BlendField(const float* values, int64_t columns, const FieldPlace&
          values[row.next * columns + column.next] * fx * fy;
 }
 
+// Tested as doubles first: a position far outside, or not a number, must
+// never reach an integer conversion.
 static void FetchPixel(const Image& source, double sx, double sy, unsigned char* out) {
-  int64_t width = source.width;
-  int64_t height = source.height;
   double wholeX = std::trunc(sx);
   double wholeY = std::trunc(sy);
-  // Written as negated tests so that a position that is not a number lands
-  // in the empty case.
-  if (!(wholeX >= 0) || !(wholeX < (double)width) || !(wholeY >= 0) ||
-      !(wholeY < (double)height)) {
+  if (!(wholeX >= 0 && wholeX < (double)source.width && wholeY >= 0 &&
+        wholeY < (double)source.height)) {
     out[0] = out[1] = out[2] = out[3] = 0;
     return;
   }
-  int64_t x = (int64_t)wholeX;
-  int64_t y = (int64_t)wholeY;
-  const unsigned char* p00 = source.pixels + (y * width + x) * 4;
-  if (x > width - 2 || y > height - 2) {
-    memcpy(out, p00, 4);
-    return;
-  }
-  double wx = sx - wholeX;
-  double wy = sy - wholeY;
-  const unsigned char* p10 = p00 + 4;
-  const unsigned char* p01 = p00 + width * 4;
-  const unsigned char* p11 = p01 + 4;
-  for (int c = 0; c < 4; c++)
-    out[c] = LowByte(p00[c] * (1 - wx) * (1 - wy) + p10[c] * wx * (1 - wy) +
-                     p01[c] * (1 - wx) * wy + p11[c] * wx * wy);
+  FetchBlended(source, (int64_t)wholeX, (int64_t)wholeY, sx - wholeX, sy - wholeY, out);
 }
 
 Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidth,
