@@ -44,14 +44,19 @@ void RunAngle(ScriptLine& line) {
   printf("\n");
 }
 
+// One value v sets a square range: -v to v on both axes.
+static void SetSquareRange(int32_t v, int32_t& minX, int32_t& maxX, int32_t& minY, int32_t& maxY) {
+  maxX = v;
+  maxY = v;
+  minX = OppositeBound(v);
+  minY = OppositeBound(v);
+}
+
 void RunTranslation(ScriptLine& line) {
   char* maximum = NextArgument(line);
   if (maximum != nullptr) {
     int32_t v = IntegerValue(maximum);
-    Settings.ShiftMaxX = v;
-    Settings.ShiftMaxY = v;
-    Settings.ShiftMinX = OppositeBound(v);
-    Settings.ShiftMinY = OppositeBound(v);
+    SetSquareRange(v, Settings.ShiftMinX, Settings.ShiftMaxX, Settings.ShiftMinY, Settings.ShiftMaxY);
     printf("Decalage global maximum=%i  ", v);
   }
   char* step = NextArgument(line);
@@ -77,10 +82,8 @@ void RunBloc(ScriptLine& line) {
   char* maximum = NextArgument(line);
   if (maximum != nullptr) {
     int32_t v = IntegerValue(maximum);
-    Settings.BlockShiftMaxX = v;
-    Settings.BlockShiftMaxY = v;
-    Settings.BlockShiftMinX = OppositeBound(v);
-    Settings.BlockShiftMinY = OppositeBound(v);
+    SetSquareRange(v, Settings.BlockShiftMinX, Settings.BlockShiftMaxX, Settings.BlockShiftMinY,
+                   Settings.BlockShiftMaxY);
     printf("Decalage maxi de bloc=%i  ", v);
   }
   char* step = NextArgument(line);
