@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -65,8 +64,25 @@ struct ShiftLine {
   std::string text;
 };
 
+// Reads an optional minus sign and at least one digit at text[at]; advances at.
+inline bool ReadInteger(const std::string& text, size_t& at, int& value) {
+  size_t start = at;
+  if (at < text.size() && text[at] == '-') at++;
+  size_t digits = at;
+  while (at < text.size() && text[at] >= '0' && text[at] <= '9') at++;
+  if (at == digits || at - digits > 9) return false;
+  value = std::stoi(text.substr(start, at - start));
+  return true;
+}
+
+// True when text holds `literal` at position at; advances past it.
+inline bool ReadLiteral(const std::string& text, size_t& at, const std::string& literal) {
+  if (text.compare(at, literal.size(), literal) != 0) return false;
+  at += literal.size();
+  return true;
+}
+
 inline std::vector<ShiftLine> ReadShiftLog(const std::string& path) {
-  static const std::regex form("(-?[0-9]+) (-?[0-9]+) (  Non optimal)?");
   std::vector<ShiftLine> log;
   std::string bytes = ReadWholeFile(path);
   size_t start = 0;
@@ -76,12 +92,11 @@ inline std::vector<ShiftLine> ReadShiftLog(const std::string& path) {
     bool ended = end != std::string::npos;
     if (!ended) end = bytes.size();
     ShiftLine line = {false, 0, 0, false, bytes.substr(start, end - start)};
-    std::smatch match;
-    if (ended && std::regex_match(line.text, match, form)) {
-      line.wellFormed = true;
-      line.dx = std::stoi(match[1].str());
-      line.dy = std::stoi(match[2].str());
-      line.nonOptimal = match[3].matched;
+    size_t at = 0;
+    if (ended && ReadInteger(line.text, at, line.dx) && ReadLiteral(line.text, at, " ") &&
+        ReadInteger(line.text, at, line.dy) && ReadLiteral(line.text, at, " ")) {
+      line.nonOptimal = ReadLiteral(line.text, at, "  Non optimal");
+      line.wellFormed = at == line.text.size();
     }
     log.push_back(line);
     start = end + 1;
