@@ -1,11 +1,9 @@
-// Synthetic sequences for the end-to-end tests: written by the sample
-// generator into a fresh directory, run by the kelvarion program there, and
-// read back (the true poses, the shift log, the pictures).
+// Sequences written by the sample generator, run by kelvarion, and read back.
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,29 +11,8 @@
 #include "image/image.h"
 #include "run_process.h"
 
-// A directory of its own for one sequence, removed with everything in it.
-struct SampleDirectory {
-  std::string path;
-  SampleDirectory() : path(MakeTempDirectory()) {}
-  ~SampleDirectory() { RemoveDirectory(path); }
-  SampleDirectory(const SampleDirectory&) = delete;
-  SampleDirectory& operator=(const SampleDirectory&) = delete;
-  std::string File(const std::string& name) const { return path + "/" + name; }
-};
-
-// Runs the sample generator with its output in `directory`; true when it
-// wrote every file.
-inline bool GenerateSample(const std::string& directory, const std::vector<std::string>& options) {
-  std::vector<std::string> args = {"--out", "."};
-  args.insert(args.end(), options.begin(), options.end());
-  ProcessResult result = RunProgram(KELVARION_SAMPLE, args, directory);
-  return result.exitCode == 0 && FileExists(directory + "/truth.txt");
-}
-
-// One line of truth.txt: source `index` is turned by `angleDegrees` and
-// shifted by (dx, dy) against the reference, as the registration must report.
+// One line of truth.txt after the image number: the pose of the source against the reference.
 struct TruePose {
-  int index;
   double angleDegrees;
   int dx;
   int dy;
@@ -44,89 +21,72 @@ struct TruePose {
 inline std::vector<TruePose> ReadTruth(const std::string& path) {
   std::vector<TruePose> poses;
   std::istringstream lines(ReadWholeFile(path));
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    TruePose pose = {0, 0.0, 0, 0};
-    if (sscanf(line.c_str(), "%d %lf %d %d", &pose.index, &pose.angleDegrees, &pose.dx, &pose.dy) == 4)
-      poses.push_back(pose);
-  }
+  TruePose p = {0.0, 0, 0};
+  for (std::string line; std::getline(lines, line);)
+    if (line[0] != '#' && sscanf(line.c_str(), "%*d %lf %d %d", &p.angleDegrees, &p.dx, &p.dy) == 3)
+      poses.push_back(p);
   return poses;
 }
 
-// One line of shift.lst. wellFormed is false unless the whole line is
-// "%i %i " optionally followed by "  Non optimal".
+// One line of shift.lst; wellFormed when it is exactly "%i %i " plus an optional "  Non optimal" and "\n".
 struct ShiftLine {
   bool wellFormed;
   int dx;
   int dy;
   bool nonOptimal;
   std::string text;
+  bool Matches(const TruePose& t) const {
+    return wellFormed && std::abs(dx - t.dx) <= 1 && std::abs(dy - t.dy) <= 1;
+  }
 };
-
-// Reads an optional minus sign and at least one digit at text[at]; advances at.
-inline bool ReadInteger(const std::string& text, size_t& at, int& value) {
-  size_t start = at;
-  if (at < text.size() && text[at] == '-') at++;
-  size_t digits = at;
-  while (at < text.size() && text[at] >= '0' && text[at] <= '9') at++;
-  if (at == digits || at - digits > 9) return false;
-  value = std::stoi(text.substr(start, at - start));
-  return true;
-}
-
-// True when text holds `literal` at position at; advances past it.
-inline bool ReadLiteral(const std::string& text, size_t& at, const std::string& literal) {
-  if (text.compare(at, literal.size(), literal) != 0) return false;
-  at += literal.size();
-  return true;
-}
 
 inline std::vector<ShiftLine> ReadShiftLog(const std::string& path) {
   std::vector<ShiftLine> log;
   std::string bytes = ReadWholeFile(path);
-  size_t start = 0;
-  while (start < bytes.size()) {
-    size_t end = bytes.find('\n', start);
-    // A last line without its line end is kept, and marked as not well formed.
-    bool ended = end != std::string::npos;
-    if (!ended) end = bytes.size();
-    ShiftLine line = {false, 0, 0, false, bytes.substr(start, end - start)};
-    size_t at = 0;
-    if (ended && ReadInteger(line.text, at, line.dx) && ReadLiteral(line.text, at, " ") &&
-        ReadInteger(line.text, at, line.dy) && ReadLiteral(line.text, at, " ")) {
-      line.nonOptimal = ReadLiteral(line.text, at, "  Non optimal");
-      line.wellFormed = at == line.text.size();
-    }
-    log.push_back(line);
-    start = end + 1;
+  for (size_t start = 0, end = 0; start < bytes.size(); start = end + 1) {
+    end = std::min(bytes.find('\n', start), bytes.size());
+    ShiftLine l = {false, 0, 0, false, bytes.substr(start, end - start)};
+    bool read = sscanf(l.text.c_str(), "%d %d", &l.dx, &l.dy) == 2;
+    l.nonOptimal = l.text.find("Non optimal") != std::string::npos;
+    std::string canonical = std::to_string(l.dx) + " " + std::to_string(l.dy) + " ";
+    l.wellFormed = read && end < bytes.size() && l.text == canonical + (l.nonOptimal ? "  Non optimal" : "");
+    log.push_back(l);
   }
   return log;
 }
 
-// A BMP file read with the program's own reader; released on scope exit.
+// A generated sequence in a directory of its own, and what kelvarion made of it.
+struct Sample {
+  std::string path = MakeTempDirectory();
+  ProcessResult run = {"", -1, 0};
+  std::vector<TruePose> truth;
+  std::vector<ShiftLine> log;
+  ~Sample() { RemoveDirectory(path); }
+  std::string File(const std::string& name) const { return path + "/" + name; }
+  bool Generate(const std::string& options) const {
+    std::vector<std::string> args = {"--out", ".", "--width", "240", "--height", "180"};
+    std::istringstream words(options);
+    for (std::string word; words >> word;) args.push_back(word);
+    return RunProgram(KELVARION_SAMPLE, args, path).exitCode == 0 && FileExists(File("truth.txt"));
+  }
+  // Runs `script` (the generated one when empty) and reads back the truth and shift.lst; the exit status.
+  int Run(const std::string& script = "") {
+    if (!script.empty()) WriteWholeFile(File("run.txt"), script);
+    run = RunKelvarionIn(path, {script.empty() ? "script.txt" : "run.txt"});
+    truth = ReadTruth(File("truth.txt"));
+    log = ReadShiftLog(File("shift.lst"));
+    return run.exitCode;
+  }
+};
+
+// A BMP file read with the program's own reader.
 struct LoadedPicture {
   Image image = {nullptr, 0, 0, 0, 0};
   bool loaded = false;
   explicit LoadedPicture(const std::string& path) { loaded = LoadImage(image, path.c_str()) == 0; }
-  ~LoadedPicture() {
-    if (loaded) ReleasePixels(image);
-  }
+  ~LoadedPicture() { ReleasePixels(image); }
   LoadedPicture(const LoadedPicture&) = delete;
   LoadedPicture& operator=(const LoadedPicture&) = delete;
   // Byte c (0 blue, 1 green, 2 red) of pixel (x, y).
   int At(int x, int y, int c) const { return image.pixels[((size_t)y * image.width + x) * 4 + c]; }
 };
-
-// The console text of one image, from its separator up to (not including) the
-// next image's separator or the end of the loop. Empty when absent.
-inline std::string ImageSection(const std::string& console, int index, int count) {
-  const std::string separator = "\n**************************************************\n";
-  std::string header = separator + "Traitement de l'image " + std::to_string(index) + " (";
-  size_t start = console.find(header);
-  if (start == std::string::npos) return "";
-  size_t end = index < count ? console.find(separator, start + 1) : console.find("Sauvegarde de l'image compositee");
-  if (end == std::string::npos) end = console.find("\nTemps pour l'ensemble du calcul", start);
-  if (end == std::string::npos) end = console.size();
-  return console.substr(start, end - start);
-}
