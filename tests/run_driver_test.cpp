@@ -185,3 +185,25 @@ TEST(RunDriver, FatalErrorEndsItsWaitOnEndOfInputAndOnOneCharacter) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(RunDriver, DegenerateAnglesEndTheSearch) {
+  RunDirectory dir;
+  WriteReference(dir.File("ref.bmp"), 12, 8);
+  // Angles so large that one degree no longer moves the float, and a resolution
+  // too small for the thirds to shrink: both loops must still end.
+  for (const char* angles : {"Angle 1e9 1.0000001e9 1\n", "Angle 0 1 1e-30\n"}) {
+    WriteWholeFile(dir.File("script.txt"), std::string("Reference ref.bmp\nSource ref.bmp r.bmp\n") + angles);
+    ProcessResult stalled = RunKelvarionIn(dir.path, {"script.txt"});
+    EXPECT_EQ(stalled.exitCode, 0) << angles << stalled.output;
+  }
+
+  WriteWholeFile(dir.File("script.txt"), "Reference ref.bmp\nSource ref.bmp r.bmp\nAngle 0 0 0\n");
+  ProcessResult zero = RunKelvarionIn(dir.path, {"script.txt"});
+  EXPECT_EQ(zero.signal, SIGABRT);
+  std::string tail = "Ajustement global : \nErreur : resolution angulaire nulle" + FATAL;
+  EXPECT_EQ(zero.output.substr(zero.output.size() - tail.size()), tail);
+}
+
+}  // namespace
