@@ -11,11 +11,10 @@
 namespace {
 
 // Deforms through columns x rows blocks of cell pixels; spare field entries are NaN, so reading one shows.
-TestPicture Deform(const TestPicture& p, int32_t cell, int32_t columns, int32_t rows, std::vector<float> dx,
-                   std::vector<float> dy) {
-  dx.resize((size_t)(columns + 1) * (rows + 1), NAN);
+TestPicture Deform(const TestPicture& p, int cell, int cols, int rows, std::vector<float> dx, std::vector<float> dy) {
+  dx.resize((size_t)(cols + 1) * (rows + 1), NAN);
   dy.resize(dx.size(), NAN);
-  Image result = DeformImage(p.image, BlockField{dx.data(), dy.data(), nullptr, columns, rows}, cell, cell);
+  Image result = DeformImage(p.image, BlockField{dx.data(), dy.data(), nullptr, cols, rows}, cell, cell);
   TestPicture out = MakePicture(result.width, result.height, result.x0, result.y0);
   memcpy(out.bytes.data(), result.pixels, out.bytes.size());
   ReleasePixels(result);

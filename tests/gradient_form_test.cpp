@@ -14,7 +14,7 @@ TEST(GradientForm, CentreHalvesGreyDifferencesTowardZeroAndTheFrameKeepsItsBytes
                           {8, 7, 8, 7, 128, 128},     {1, 170, 1, 170, 212, 44}};
   for (const auto& c : cases) {
     TestPicture p = MakePicture(3, 3, 0, 0);
-    Fill(p, 0, 61, 0, 200);
+    Fill(p, 0, 62, 0, 200);
     for (int n = 0; n < 4; n++)  // pixels 1, 3, 5, 7
       SetPixel(p, (2 * n + 1) % 3, (2 * n + 1) / 3, 0, (unsigned char)std::min(3 * c[n], 255),
                (unsigned char)std::max(3 * c[n] - 255, 0), 200);
