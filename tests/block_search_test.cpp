@@ -17,7 +17,10 @@ void SetBlocks(int32_t grid, int32_t search, int32_t minX, int32_t maxX, int32_t
            s.BlockShiftStep) = std::tuple(grid, search, minX, maxX, minY, maxY, step);
 }
 
-std::tuple<float, float, float> Search(const TestPicture& c, const TestPicture& r, bool subpixel) {  // block (6, 6)
+// Searches block (6, 6) with S over offsets minX..maxX, minY..maxY by step.
+std::tuple<float, float, float> Search(const TestPicture& c, const TestPicture& r, bool subpixel, int32_t search,
+                                       int32_t minX, int32_t maxX, int32_t minY, int32_t maxY, float step) {
+  SetBlocks(0, search, minX, maxX, minY, maxY, step);
   std::tie(Current, Reference) = std::tie(c.image, r.image);
   float dx = 99, dy = 99;
   float score = subpixel ? SearchBlockOffsetSubpixel(dx, dy, 6, 6) : SearchBlockOffset(dx, dy, 6, 6);
@@ -97,28 +100,27 @@ TEST(BlockSearch, OffsetsFoundOverRamps) {
       SetPixel(reference, x, y, (unsigned char)(int)(20 * (x - 1 - c.mx)), (unsigned char)(int)(20 * (y - 1 - c.my)),
                100, 255);
     }
-    SetBlocks(0, c.search, c.minX, c.maxX, c.minY, c.maxY, c.step);
-    auto [dx, dy, score] = Search(current, reference, c.subpixel);
+    auto [dx, dy, score] = Search(current, reference, c.subpixel, c.search, c.minX, c.maxX, c.minY, c.maxY, c.step);
     EXPECT_EQ(std::tuple(dx, dy, c.score < 0 ? score > 0 : score == c.score), std::tuple(c.dx, c.dy, true))
         << &c - cases << std::hexfloat << ": " << dx << ", " << dy;
   }
 }
 
-// 1 x 1 patch: 1.5 x 250 - 0.5 x 10 = 370 kept as 114, then a tie; last column copied; left of column 0 empty.
-TEST(BlockSearch, SubpixelSamplingWrapsAndStopsAtTheEdges) {
+// 1 x 1 patch: 370 kept as 114, a tie; last column and row copied; left of column 0 empty, also for S 7 whole.
+TEST(BlockSearch, PatchesWrapAndStopAtTheEdges) {
   TestPicture current = MakePicture(8, 8, 6, 6), reference = MakePicture(1, 1, 0, 0);
   SetPixel(current, 5, 6, 114, 1, 0, 255);
   SetPixel(current, 6, 6, 250, 1, 0, 255);
   SetPixel(current, 7, 6, 10, 0, 0, 255);
   SetPixel(current, 7, 5, 50, 0, 0, 255);
+  SetPixel(current, 6, 7, 10, 0, 0, 255);
   SetPixel(reference, 0, 0, 114, 1, 0, 255);
-  SetBlocks(0, 0, 0, 1, 0, 0, 0.5f);
-  EXPECT_EQ(Search(current, reference, true), std::tuple(0.5f, 0.0f, 0.0f));
+  EXPECT_EQ(Search(current, reference, true, 0, 0, 1, 0, 0, 0.5f), std::tuple(0.5f, 0.0f, 0.0f));
   SetPixel(reference, 0, 0, 10, 0, 0, 255);
-  SetBlocks(0, 0, -2, -1, 0, 0, 0.5f);
-  EXPECT_EQ(Search(current, reference, true), std::tuple(-1.5f, 0.0f, 0.0f));
-  SetBlocks(0, 0, 7, 8, 0, 0, 1.0f);
-  EXPECT_EQ(std::get<0>(Search(current, reference, true)), 7.0f);
+  EXPECT_EQ(Search(current, reference, true, 0, -2, -1, 0, 0, 0.5f), std::tuple(-1.5f, 0.0f, 0.0f));
+  EXPECT_EQ(Search(current, reference, true, 0, 0, 0, -2, -1, 0.5f), std::tuple(0.0f, -1.5f, 0.0f));
+  EXPECT_EQ(std::get<0>(Search(current, reference, true, 0, 7, 8, 0, 0, 1.0f)), 7.0f);
+  EXPECT_EQ(std::get<0>(Search(current, reference, false, 7, 7, 8, 0, 0, 1.0f)), 7.0f);
 }
 
 }  // namespace
