@@ -12,18 +12,6 @@
 
 namespace {
 
-const std::string BANNER =
-    "**************************************\n"
-    "****        Kelvarion v2.1        ****\n"
-    "****   Recalage et compositage    ****\n"
-    "****        24 Avril 2002         ****\n"
-    "**************************************\n"
-    "****        Portage Linux         ****\n"
-    "****    d'images astronomiques    ****\n"
-    "**************************************\n"
-    "\n";
-const std::string END_OF_RUN =
-    "\nTemps pour l'ensemble du calcul: # secondes\nFin de l'execution de Kelvarion\n";
 const std::string RULER = std::string(50, '-') + "\n";
 const std::string EDGE = "\n!!! Attention : la valeur maximum de decalage autoris\x8E" "e a ete atteinte.\n";
 
@@ -38,8 +26,8 @@ std::string RunHead(const std::string& script, const std::string& result, int n,
                      std::to_string(n) + "\n";
   for (int i = 1; i <= n; i++)
     echo += "source: src" + std::to_string(i) + ".bmp -> resultat: " + result + std::to_string(i) + ".bmp\n";
-  return BANNER + "Lecture des parametres\n\nFichier de script : " + script +
-         "\n\n\nImage de reference: reference.bmp\n" + echo + rest + "Chargement du fichier reference.bmp";
+  return BANNER + ParseEcho(script, "Image de reference: reference.bmp\n" + echo + rest) +
+         "Chargement du fichier reference.bmp";
 }
 
 // All that image i prints, given the text of its search and the end of its save line.

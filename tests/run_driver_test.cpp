@@ -11,23 +11,6 @@
 
 namespace {
 
-const std::string BANNER =
-    "**************************************\n"
-    "****        Kelvarion v2.1        ****\n"
-    "****   Recalage et compositage    ****\n"
-    "****        24 Avril 2002         ****\n"
-    "**************************************\n"
-    "****        Portage Linux         ****\n"
-    "****    d'images astronomiques    ****\n"
-    "**************************************\n"
-    "\n";
-const std::string FATAL = "Erreur fatale, appuyez sur entree.\nFatal error. Press return.\n";
-const std::string END_OF_RUN = "\nTemps pour l'ensemble du calcul: # secondes\nFin de l'execution de Kelvarion\n";
-
-std::string ParseEcho(const std::string& scriptPath, const std::string& echo) {
-  return "Lecture des parametres\n\nFichier de script : " + scriptPath + "\n\n\n" + echo;
-}
-
 // A small reference picture written with the program's own writer.
 void WriteReference(const std::string& path, int width, int height) {
   TestPicture picture = MakePicture(width, height, 0, 0);

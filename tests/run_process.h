@@ -13,6 +13,25 @@
 #include <string>
 #include <vector>
 
+// Console texts that every run prints.
+inline const std::string BANNER =
+    "**************************************\n"
+    "****        Kelvarion v2.1        ****\n"
+    "****   Recalage et compositage    ****\n"
+    "****        24 Avril 2002         ****\n"
+    "**************************************\n"
+    "****        Portage Linux         ****\n"
+    "****    d'images astronomiques    ****\n"
+    "**************************************\n"
+    "\n";
+inline const std::string FATAL = "Erreur fatale, appuyez sur entree.\nFatal error. Press return.\n";
+inline const std::string END_OF_RUN =
+    "\nTemps pour l'ensemble du calcul: # secondes\nFin de l'execution de Kelvarion\n";
+
+inline std::string ParseEcho(const std::string& scriptPath, const std::string& echo) {
+  return "Lecture des parametres\n\nFichier de script : " + scriptPath + "\n\n\n" + echo;
+}
+
 struct ProcessResult {
   std::string output;  // standard output, byte for byte
   int exitCode;        // -1 when ended by a signal

@@ -14,7 +14,7 @@
 
 namespace {
 
-const std::string FATAL = "Erreur fatale, appuyez sur entree.\nFatal error. Press return.\n", TOO_MANY = "Trop d'images \x88 traiter\n";
+const std::string TOO_MANY = "Trop d'images \x88 traiter\n";
 const std::string LIBRE = "La taille de sortie des images peut \x90tre differente de la taille d'origine\n";
 const std::string FIXE = "La taille de sortie des images sera la meme que la taille d'origine\n ***** Pas encore implemente...\n";
 
