@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "run/run_state.h"
+#include "run/settings.h"
+
 // The weights lie in (-1, 1), so |value| < 9 x 255: the 16-bit integer itself
 // never clips, and a blend outside 0..255 wraps (370 gives 114).
 static unsigned char LowByte(double value) {
@@ -33,4 +36,23 @@ int32_t PatchPoint(int64_t start, int64_t side, int64_t extent) {
   if (start < -side) start = -side;
   if (start > extent) start = extent;
   return (int32_t)-start;
+}
+
+bool BlockSearchHasTrials() {
+  const SettingsRecord& s = Settings;
+  if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return false;
+  return s.SearchWidth >= 0 && s.BlockShiftStep > 0;
+}
+
+Image NewBlockPatch() {
+  int64_t side = 2 * (int64_t)Settings.SearchWidth + 1;
+  Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
+  return patch;
+}
+
+Image ReferenceAtOrigin() {
+  Image reference = Reference;
+  reference.x0 = 0;
+  reference.y0 = 0;
+  return reference;
 }

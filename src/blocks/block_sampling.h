@@ -16,3 +16,15 @@ void FetchBlended(const Image& source, int64_t x, int64_t y, double wx, double w
 // `start` of a picture whose point is 0. Placements where nothing overlaps are
 // clamped, which keeps the value in 32 bits and leaves the score unchanged.
 int32_t PatchPoint(int64_t start, int64_t side, int64_t extent);
+
+// Whether the settings give the block searches any trial at all: a range whose
+// minimum passes its maximum, a negative search width or a step that is not
+// positive leave the offset (0, 0) and the score NO_MATCH_SCORE.
+bool BlockSearchHasTrials();
+
+// A patch of side 2 SearchWidth + 1; the caller releases its pixels.
+Image NewBlockPatch();
+
+// Reference's record with its point at (0, 0), so placements are computed
+// relative to it in 64 bits and never overflow x0.
+Image ReferenceAtOrigin();

@@ -42,19 +42,14 @@ float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by) {
   dx = 0;
   dy = 0;
   float best = NO_MATCH_SCORE;
+  if (!BlockSearchHasTrials()) return best;
   const SettingsRecord& s = Settings;
   int64_t half = s.SearchWidth;  // S: the patch is 2S + 1 pixels square
   float step = s.BlockShiftStep;
-  if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return best;
-  if (half < 0 || !(step > 0)) return best;
-
-  int64_t side = 2 * half + 1;
-  Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
+  Image patch = NewBlockPatch();
+  int64_t side = patch.width;
   CopyPatch(patch, (int64_t)bx - half, (int64_t)by - half);
-
-  Image reference = Reference;
-  reference.x0 = 0;
-  reference.y0 = 0;
+  Image reference = ReferenceAtOrigin();
   int64_t dx0 = (int64_t)Reference.x0 - Current.x0;
   int64_t dy0 = (int64_t)Reference.y0 - Current.y0;
 

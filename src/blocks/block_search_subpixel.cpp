@@ -28,17 +28,12 @@ float SearchBlockOffsetSubpixel(float& dx, float& dy, int32_t bx, int32_t by) {
   dx = 0;
   dy = 0;
   float best = NO_MATCH_SCORE;
+  if (!BlockSearchHasTrials()) return best;
   const SettingsRecord& s = Settings;
-  int64_t half = s.SearchWidth;  // S: the patch is 2S + 1 pixels square
   float step = s.BlockShiftStep;
-  if (s.BlockShiftMinX > s.BlockShiftMaxX || s.BlockShiftMinY > s.BlockShiftMaxY) return best;
-  if (half < 0 || !(step > 0)) return best;
-
-  int64_t side = 2 * half + 1;
-  Image patch = {AllocatePixels(side, side), (int32_t)side, (int32_t)side, 0, 0};
-  Image reference = Reference;
-  reference.x0 = 0;
-  reference.y0 = 0;
+  Image patch = NewBlockPatch();
+  int64_t side = patch.width;
+  Image reference = ReferenceAtOrigin();
   // The patch's point stays Current.x0 - bx for every trial; the offset goes
   // into the sampling instead.
   patch.x0 = PatchPoint((int64_t)Reference.x0 - Current.x0 + bx, side, Reference.width);
