@@ -155,6 +155,9 @@ TEST(RunDriver, DegenerateSettingsThatCanRunEnd) {
       "Angle 1 1 -1\nBloc 0 -5 5 0\n",  // checked only where they are used
       "Angle 1e9 1.0000001e9 1\n",      // one degree no longer moves the float angle
       "Angle 0 1 1e-30\n",              // the thirds stop shrinking
+      "Bloc 2147483647 3 2147483647 1\n",  // block positions past 32 bits
+      "Bloc 4 2147483647 1 1\n",           // no block fits
+      "Bloc 1 0 -1000 0.5\n",              // a grid wider than the picture, no trial
   };
   for (const char* setting : settings) {
     WriteWholeFile(dir.File("script.txt"), std::string("Reference ref.bmp\nSource ref.bmp r.bmp\n") + setting);
