@@ -1,6 +1,7 @@
 // The block stage: the gradient form, the block searches, the deformation and the stage as a whole.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <tuple>
@@ -93,20 +94,23 @@ TEST(AdjustBlocks, WholeStepSelectsTheWholeNumberSearch) {
 unsigned char Ramp(int v, float move) { return (unsigned char)(int)(20 * (v - move)); }
 
 // Blue 20 x, green 20 y; Reference, centred a pixel right and below, shows Current moved 1 right or down.
+// Offsets run -1 .. 1 as float sums: by 0.25 they reach 1 exactly; by 0.1 the twentieth sum lies just below 1
+// and the next passes it, so that sum is the best.
 TEST(BlockSearch, FractionalOffsetsRunAsFloatSums) {
-  float twentieth = -1.0f;  // -1 plus 19 steps of 0.1 in float: just below 1, so the next sum passes it
+  float twentieth = -1.0f;
   for (int n = 1; n < 20; n++) twentieth += 0.1f;
-  for (bool right : {true, false}) {
-    TestPicture current = MakePicture(13, 13, 6, 6);
-    TestPicture reference = MakePicture(13, 13, 7, 7);
-    for (int i = 0; i < 13 * 13; i++) {
-      SetPixel(current, i % 13, i / 13, Ramp(i % 13, 0), Ramp(i / 13, 0), 100, 255);
-      SetPixel(reference, i % 13, i / 13, Ramp(i % 13 - 1, right), Ramp(i / 13 - 1, !right), 100, 255);
+  for (auto [step, best] : {std::pair{0.1f, twentieth}, std::pair{0.25f, 1.0f}})
+    for (bool right : {true, false}) {
+      TestPicture current = MakePicture(13, 13, 6, 6);
+      TestPicture reference = MakePicture(13, 13, 7, 7);
+      for (int i = 0; i < 13 * 13; i++) {
+        SetPixel(current, i % 13, i / 13, Ramp(i % 13, 0), Ramp(i / 13, 0), 100, 255);
+        SetPixel(reference, i % 13, i / 13, Ramp(i % 13 - 1, right), Ramp(i / 13 - 1, !right), 100, 255);
+      }
+      SetBlocks(0, 2, right, !right, step);  // offsets along the move only
+      auto [dx, dy, score] = Search(current, reference);
+      EXPECT_EQ(std::tuple(dx, dy), right ? std::tuple(best, 0.0f) : std::tuple(0.0f, best)) << step;
     }
-    SetBlocks(0, 2, right, !right, 0.1f);  // offsets -1 .. 1 by 0.1 along the move
-    auto [dx, dy, score] = Search(current, reference);
-    EXPECT_EQ(std::tuple(dx, dy), right ? std::tuple(twentieth, 0.0f) : std::tuple(0.0f, twentieth));
-  }
 }
 
 // 1 x 1 patch: offset 0.5 blends 1.5 x 250 - 0.5 x 0 = 375, kept as 119, a match; offset 1 only ties.
@@ -120,18 +124,65 @@ TEST(BlockSearch, BlendsWrapAndTiesKeepTheFirst) {
   EXPECT_EQ(Search(current, reference), std::tuple(0.5f, 0.0f, 0.0f));
 }
 
+// Deforms through columns x rows blocks of cell pixels; spare field entries are NaN, so reading one shows.
+TestPicture Deform(const TestPicture& p, int cell, int cols, int rows, std::vector<float> dx, std::vector<float> dy) {
+  dx.resize((size_t)(cols + 1) * (rows + 1), NAN);
+  dy.resize(dx.size(), NAN);
+  Image result = DeformImage(p.image, BlockField{dx.data(), dy.data(), nullptr, cols, rows}, cell, cell);
+  TestPicture out = MakePicture(result.width, result.height, result.x0, result.y0);
+  memcpy(out.bytes.data(), result.pixels, out.bytes.size());
+  ReleasePixels(result);
+  return out;
+}
+
+// Whether pixel (x, y) of a is pixel (sx, sy) of b, or empty (all four bytes 0) where that lies outside b.
+bool Fetched(const TestPicture& a, int32_t x, int32_t y, const TestPicture& b, int32_t sx, int32_t sy) {
+  const unsigned char empty[4] = {};
+  bool inside = sx >= 0 && sy >= 0 && sx < b.image.width && sy < b.image.height;
+  const unsigned char* from = inside ? &b.bytes[(sy * b.image.width + sx) * 4] : empty;
+  return memcmp(&a.bytes[(y * a.image.width + x) * 4], from, 4) == 0;
+}
+
+// Constant (0, 0) over 2 x 2 blocks, (2, 0) over one column, (0, -1) over one row; then 0, 2, 4 down one
+// column of cell 2 (points at rows 1, 3, 5), which varies down the column and not across a row.
+TEST(DeformImage, WholeOffsetsMoveThePixelsWeightIncluded) {
+  TestPicture p = MakePicture(11, 7, 4, -3);
+  for (uint32_t state = 5u; unsigned char& byte : p.bytes) byte = (unsigned char)NextRandom(state);
+  for (auto [columns, rows, dx, dy] : {std::tuple{2, 2, 0, 0}, std::tuple{1, 3, 2, 0}, std::tuple{3, 1, 0, -1}}) {
+    std::vector<float> x(columns * rows, (float)dx), y(columns * rows, (float)dy);
+    TestPicture out = Deform(p, 4, columns, rows, x, y);
+    EXPECT_TRUE(out.image.width == 11 && out.image.height == 7 && out.image.x0 == 4 && out.image.y0 == -3);
+    for (int32_t i = 0; i < 77; i++)
+      EXPECT_TRUE(Fetched(out, i % 11, i / 11, p, i % 11 - dx, i / 11 - dy)) << dx << "," << dy << ": " << i;
+  }
+  TestPicture out = Deform(p, 2, 1, 3, {0, 2, 4}, {0, 0, 0});
+  for (int32_t i = 0; i < 77; i++)
+    EXPECT_TRUE(Fetched(out, i % 11, i / 11, p, i % 11 - std::clamp(i / 11 - 1, 0, 4), i / 11)) << i;
+}
+
+// Columns 0, 1 hold a, b: x = 0 samples at -0.5 (whole 0, weight -0.5), 1.5 a - 0.5 b truncated in 8 bits.
+TEST(DeformImage, HalfPixelFieldBlendsExtrapolatesAndWraps) {
+  const unsigned char ab[][3] = {{250, 10, 114}, {10, 250, 146}, {0, 1, 0}};  // a, b, the blend at x = 0
+  TestPicture p = MakePicture(6, 4, 0, 0);
+  for (int32_t i = 0; i < 24; i++) {
+    unsigned char v = i % 6 < 2 ? ab[i / 6 % 3][i % 6] : (unsigned char)(37 * i);
+    SetPixel(p, i % 6, i / 6, v, v, v, 255);
+  }
+  TestPicture out = Deform(p, 32, 1, 1, {0.5f}, {0});
+  for (int32_t i = 0; i < 72; i++)  // beyond x = 0 the mean of columns x - 1 and x
+    EXPECT_EQ(out.bytes[i], i % 24 < 4 ? (i % 4 == 3 ? 255 : ab[i / 24][2]) : (p.bytes[i - 4] + p.bytes[i]) / 2) << i;
+  for (int32_t x = 0; x < 6; x++) EXPECT_TRUE(Fetched(out, x, 3, p, std::max(x - 1, 0), 3)) << x;  // last row copies
+}
+
 // Cell 5: points at x 2.5, 7.5, 12.5 move 0, 0, 10 right, 1 down; x = 7 has weight -0.1 past point 1.
 TEST(DeformImage, OddCellSizeExtrapolatesBetweenBlockPoints) {
   TestPicture p = MakePicture(20, 3, 0, 0);
   for (int i = 0; i < 60; i++) SetPixel(p, i % 20, i / 20, (unsigned char)(10 * (i % 20)), 0, 0, 255);
-  float dx[12] = {0, 0, 10, 0, 0, 0, NAN, NAN, NAN, NAN, NAN, NAN};  // NaN: never read
-  float dy[12] = {1, 1, 1, 1, 1, 1, NAN, NAN, NAN, NAN, NAN, NAN};
-  Image out = DeformImage(p.image, BlockField{dx, dy, nullptr, 3, 2}, 5, 5);
+  TestPicture out = Deform(p, 5, 3, 2, {0, 0, 10, 0, 0, 0}, {1, 1, 1, 1, 1, 1});
   const int cases[][2] = {{0, 0}, {2, 2}, {3, 3}, {7, 8}, {8, 7}, {12, 2}, {13, 3}, {19, 9}};  // x, source x
   for (auto [x, from] : cases)
     for (int y = 0; y < 3; y++)
-      EXPECT_EQ(out.pixels[(y * 20 + x) * 4], y == 0 ? 0 : 10 * from) << x << ", " << y;
-  ReleasePixels(out);
+      EXPECT_EQ(out.bytes[(y * 20 + x) * 4], y == 0 ? 0 : 10 * from) << x << ", " << y;
 }
 
 // Grey 20 from (0, 62, 0); greys v above, left, right, below the centre from (0, v, 2 v), read as grey.
