@@ -41,20 +41,26 @@ std::string RunStage(void (*stage)(), const Image& current, const Image& referen
   return EndCapture(capture);
 }
 
-// -5 to 5 degrees by 1: a star per 1/16.666667 of the range reached (not 5 itself), three per pass.
-// Uniform pictures score alike at every angle: the best, a float rounded up, yields to each later one.
+// A star per 1/16.666667 of the range reached, three per refinement pass. -5 to 5 by 1: ten angles (the
+// eleventh float sum passes 5), 16 stars, 5 passes. -2 to 2 by 0.5: five angles, 17 stars, 6 passes.
+// Uniform pictures score alike at every angle: the best, a float rounded up, yields to each later one, so
+// the refinement stays within the resolution and half a degree of the last coarse angle.
 TEST(SearchTest, StarsPassesAndTheLastOfEqualScores) {
   TestPicture uniform = MakePicture(200, 200, 100, 100), middle = MakePicture(10, 10, 5, 5);
   Fill(uniform, 90, 90, 90, 255);
   Fill(middle, 80, 100, 90, 255);
-  Settings = SettingsRecord{};
-  Settings.AngleMin = -0.0872664626f;  // degrees times pi / 180 (pi as 3.141592654), rounded to float
-  Settings.AngleMax = 0.0872664626f;
-  Settings.AngleResolution = 0.0174532925f;
-  std::string console = RunStage(SearchRotation, uniform.image, middle.image);
-  std::string expected = "Ajustement global : \n" + std::string(50, '-') + "\n" + std::string(31, '*');
-  EXPECT_EQ(console.substr(0, expected.size() + 7), expected + "\ntheta=");  // 16 stars, 5 passes
-  EXPECT_NEAR(std::stod(console.substr(expected.size() + 7)), 4, 1.5);
+  const struct { float low, high, resolution; int stars; double last; } cases[] = {{-5, 5, 1, 31, 4},
+                                                                                  {-2, 2, 0.5f, 35, 2}};
+  for (const auto& c : cases) {
+    Settings = SettingsRecord{};
+    auto radians = [](float degrees) { return (float)(degrees * 0.017453292522222223); };  // as the script stores
+    std::tie(Settings.AngleMin, Settings.AngleMax) = std::tuple(radians(c.low), radians(c.high));
+    Settings.AngleResolution = radians(c.resolution);
+    std::string console = RunStage(SearchRotation, uniform.image, middle.image);
+    std::string expected = "Ajustement global : \n" + std::string(50, '-') + "\n" + std::string(c.stars, '*');
+    EXPECT_EQ(console.substr(0, expected.size() + 7), expected + "\ntheta=") << c.high;
+    EXPECT_NEAR(std::stod(console.substr(expected.size() + 7)), c.last, c.resolution + 0.5) << c.high;
+  }
 }
 
 // Angle 0: the reference with its point moved by (-3, 2) is found at (3, -2). Translation: nothing overlaps,
