@@ -125,7 +125,8 @@ TEST(BlockSearch, BlendsWrapAndTiesKeepTheFirst) {
 }
 
 // Deforms through columns x rows blocks of cell pixels; spare field entries are NaN, so reading one shows.
-TestPicture Deform(const TestPicture& p, int cell, int cols, int rows, std::vector<float> dx, std::vector<float> dy) {
+TestPicture Deform(const TestPicture& p, int cell, int cols, int rows, std::vector<float> dx,
+                   std::vector<float> dy) {
   dx.resize((size_t)(cols + 1) * (rows + 1), NAN);
   dy.resize(dx.size(), NAN);
   Image result = DeformImage(p.image, BlockField{dx.data(), dy.data(), nullptr, cols, rows}, cell, cell);
@@ -148,7 +149,8 @@ bool Fetched(const TestPicture& a, int32_t x, int32_t y, const TestPicture& b, i
 TEST(DeformImage, WholeOffsetsMoveThePixelsWeightIncluded) {
   TestPicture p = MakePicture(11, 7, 4, -3);
   for (uint32_t state = 5u; unsigned char& byte : p.bytes) byte = (unsigned char)NextRandom(state);
-  for (auto [columns, rows, dx, dy] : {std::tuple{2, 2, 0, 0}, std::tuple{1, 3, 2, 0}, std::tuple{3, 1, 0, -1}}) {
+  const int cases[][4] = {{2, 2, 0, 0}, {1, 3, 2, 0}, {3, 1, 0, -1}};  // columns, rows, dx, dy
+  for (auto [columns, rows, dx, dy] : cases) {
     std::vector<float> x(columns * rows, (float)dx), y(columns * rows, (float)dy);
     TestPicture out = Deform(p, 4, columns, rows, x, y);
     EXPECT_TRUE(out.image.width == 11 && out.image.height == 7 && out.image.x0 == 4 && out.image.y0 == -3);
@@ -170,8 +172,10 @@ TEST(DeformImage, HalfPixelFieldBlendsExtrapolatesAndWraps) {
   }
   TestPicture out = Deform(p, 32, 1, 1, {0.5f}, {0});
   for (int32_t i = 0; i < 72; i++)  // beyond x = 0 the mean of columns x - 1 and x
-    EXPECT_EQ(out.bytes[i], i % 24 < 4 ? (i % 4 == 3 ? 255 : ab[i / 24][2]) : (p.bytes[i - 4] + p.bytes[i]) / 2) << i;
-  for (int32_t x = 0; x < 6; x++) EXPECT_TRUE(Fetched(out, x, 3, p, std::max(x - 1, 0), 3)) << x;  // last row copies
+    EXPECT_EQ(out.bytes[i], i % 24 < 4 ? (i % 4 == 3 ? 255 : ab[i / 24][2]) : (p.bytes[i - 4] + p.bytes[i]) / 2)
+        << i;
+  for (int32_t x = 0; x < 6; x++)  // the last row copies
+    EXPECT_TRUE(Fetched(out, x, 3, p, std::max(x - 1, 0), 3)) << x;
 }
 
 // Cell 5: points at x 2.5, 7.5, 12.5 move 0, 0, 10 right, 1 down; x = 7 has weight -0.1 past point 1.

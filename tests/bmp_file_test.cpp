@@ -100,6 +100,28 @@ TEST_F(BmpFileDeathTest, RefusedFilesEndTheRun) {
   }
 }
 
+// Rows of 3, 9, 12 and 15 colour bytes are padded with zeros to 4, 12, 12 and 16; the weight is not written.
+TEST_F(BmpFile, RoundTripsEveryRowPadding) {
+  for (int32_t width : {1, 3, 4, 5}) {
+    TestPicture picture = MakePicture(width, 3, 0, 0);
+    uint32_t state = (uint32_t)width;
+    for (unsigned char& byte : picture.bytes) byte = (unsigned char)NextRandom(state);
+    Console([&] { SaveBmp(picture.image, path.c_str()); });
+    std::string file = ReadWholeFile(path);
+    size_t stride = (size_t)(3 * width + 3) / 4 * 4;
+    ASSERT_EQ(file.size(), 54 + 3 * stride) << width;
+    size_t padding = stride - 3 * width;
+    for (size_t row = 0; row < 3; row++)
+      EXPECT_EQ(file.substr(54 + row * stride + 3 * width, padding), std::string(padding, '\0')) << width;
+    for (size_t i = 3; i < picture.bytes.size(); i += 4) picture.bytes[i] = 255;
+    Load();
+    ASSERT_TRUE(result == 0 && image.width == width && image.height == 3) << width;
+    std::vector<unsigned char> loaded(image.pixels, image.pixels + picture.bytes.size());
+    EXPECT_EQ(loaded, picture.bytes) << width;
+    ReleasePixels(image);
+  }
+}
+
 TEST_F(BmpFile, WritesEmptyRowsOfFourBytesAsAPlainCreate) {
   mode_t mask = umask(022);
   std::string output = Console([&] { SaveBmp(Image{nullptr, 0, 2, 0, 0}, path.c_str()); });

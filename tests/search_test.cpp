@@ -53,7 +53,8 @@ TEST(SearchTest, StarsPassesAndTheLastOfEqualScores) {
                                                                                   {-2, 2, 0.5f, 35, 2}};
   for (const auto& c : cases) {
     Settings = SettingsRecord{};
-    auto radians = [](float degrees) { return (float)(degrees * 0.017453292522222223); };  // as the script stores
+    // Stored as the script stores degrees.
+    auto radians = [](float degrees) { return (float)(degrees * 0.017453292522222223); };
     std::tie(Settings.AngleMin, Settings.AngleMax) = std::tuple(radians(c.low), radians(c.high));
     Settings.AngleResolution = radians(c.resolution);
     std::string console = RunStage(SearchRotation, uniform.image, middle.image);
