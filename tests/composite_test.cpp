@@ -87,13 +87,13 @@ TEST_F(CompositeTest, WeightedPixelsPairThroughTheReferencePoints) {
     TestPicture tall = MakePicture(c[1], 3 * c[2], 0, 0);  // the image between two opaque white copies
     Fill(tall, 255, 255, 255, 255);
     for (int i = 0; i < c[1] * c[2]; i++)
-      SetPixel(tall, i % c[1], c[2] + i / c[1], 10 + 10 * (i % c[1]), 10 + 10 * (i / c[1]), 200, 127);
+      SetPixel(tall, i % c[1], c[2] + i / c[1], 10 + 10 * (i % c[1]), 10 + 10 * (i / c[1]), 200, 128);
     AccumulateComposite(Image{&tall.bytes[4 * c[1] * c[2]], c[1], c[2], c[3], c[4]});
     for (int i = 0; i < 24; i++) {
       int64_t sx = i % 6 + (int64_t)c[3] - c[0];  // frame pixel (i % 6, i / 6) meets image pixel (sx, sy)
       int64_t sy = i / 6 + c[4] - 2;
-      int64_t in = sx >= 0 && sx < c[1] && sy >= 0 && sy < c[2];  // weighted by 127 / 255, truncated
-      std::vector<int64_t> sum = {in * (10 + 10 * sx) * 127 / 255, in * (10 + 10 * sy) * 127 / 255, in * 99};
+      int64_t in = sx >= 0 && sx < c[1] && sy >= 0 && sy < c[2];  // weighted by 128 / 255, truncated
+      std::vector<int64_t> sum = {in * (10 + 10 * sx) * 128 / 255, in * (10 + 10 * sy) * 128 / 255, in * 100};
       EXPECT_EQ(std::vector<int64_t>(Accumulator + 3 * i, Accumulator + 3 * i + 3), sum) << c[3] << " " << i;
     }
   }
