@@ -59,14 +59,6 @@ TEST(MatchScore, NoOverlapScoresTheFixedValue) {
   EXPECT_EQ(MatchScore(empty.image, b.image), (double)0.05f);
 }
 
-TEST(MatchScore, AllPairsEmptyIsNotNoOverlap) {
-  TestPicture a = MakePicture(3, 3, 1, 1);
-  TestPicture b = MakePicture(3, 3, 1, 1);
-  Fill(a, 5, 5, 5, 0);
-  Fill(b, 200, 0, 9, 255);
-  EXPECT_EQ(MatchScore(a.image, b.image), (double)(0.5f * 0.01f));
-}
-
 TEST(MatchScore, PlacementPairsThroughReferencePoints) {
   // a is a horizontal ramp; moving a's x0 by +1 pairs each a pixel with the b
   // pixel one column to the left of its former partner.
