@@ -6,46 +6,84 @@
 // order of the pairs gives the same bits: v^2 < 2^39, so S2 lives in 128 bits
 // (a picture of 2^25 pairs already passes 2^64); S1 < 2^20 per pair fits 64
 // bits for any picture that fits in memory.
+#include "register/match_score.h"
+
 #include <cstdint>
 
+#include "register/kernels.h"
 #include "register/register.h"
-
-__extension__ typedef unsigned __int128 Uint128;
 
 static const double SCORE_K = (double)(1.0f / 255.0f);    // k, a 32-bit float
 static const double EMPTY_PAIR = (double)(0.5f * 0.01f);  // 32-bit product
 static const double NO_OVERLAP = (double)0.05f;
 
-double MatchScore(const Image& a, const Image& b) {
-  int64_t d = (int64_t)a.x0 - b.x0;
-  int64_t ax = d >= 0 ? d : 0;
-  int64_t bx = d >= 0 ? 0 : -d;
-  int64_t n = a.width - ax < b.width - bx ? a.width - ax : b.width - bx;
-  int64_t e = (int64_t)a.y0 - b.y0;
-  int64_t ay = e >= 0 ? e : 0;
-  int64_t by = e >= 0 ? 0 : -e;
-  int64_t rows = a.height - ay < b.height - by ? a.height - ay : b.height - by;
-  if (n <= 0 || rows <= 0) return NO_OVERLAP;
-
+void SumPairsReference(const unsigned char* p, const unsigned char* q, int64_t n, PairSums* sums) {
   uint64_t s1 = 0;
-  Uint128 s2 = 0;
+  uint64_t s2 = 0;
   uint64_t empty = 0;
-  for (int64_t r = 0; r < rows; r++) {
-    const unsigned char* p = a.pixels + ((ay + r) * a.width + ax) * 4;
-    const unsigned char* q = b.pixels + ((by + r) * b.width + bx) * 4;
-    for (int64_t i = 0; i < n; i++, p += 4, q += 4) {
-      if (p[3] == 0 || q[3] == 0) {
-        empty++;
-        continue;
-      }
-      int64_t db = (int64_t)q[0] - p[0];
-      int64_t dg = (int64_t)q[1] - p[1];
-      int64_t dr = (int64_t)q[2] - p[2];
-      uint64_t v = (uint64_t)(db * db + 4 * (dg * dg + dr * dr));
-      s1 += v;
-      s2 += (Uint128)(v * v);
+  for (int64_t i = 0; i < n; i++, p += 4, q += 4) {
+    if (p[3] == 0 || q[3] == 0) {
+      empty++;
+      continue;
     }
+    int64_t db = (int64_t)q[0] - p[0];
+    int64_t dg = (int64_t)q[1] - p[1];
+    int64_t dr = (int64_t)q[2] - p[2];
+    uint64_t v = (uint64_t)(db * db + 4 * (dg * dg + dr * dr));
+    s1 += v;
+    s2 += v * v;
   }
-  double count = (double)((uint64_t)n * (uint64_t)rows);
-  return ((double)s2 * SCORE_K + (double)s1 + (double)empty * EMPTY_PAIR) / count;
+  sums->s1 = s1;
+  sums->s2 = s2;
+  sums->empty = empty;
+}
+
+void AddPairSums(ScoreTotals& totals, const PairSums& run) {
+  totals.s1 += run.s1;
+  totals.s2 += run.s2;
+  totals.empty += run.empty;
+}
+
+// Monotone in each sum: every operation rounds to nearest, so a partial total
+// never gives more than the complete one. The searches rely on it to abandon
+// a candidate early.
+double ScoreFromTotals(const ScoreTotals& totals, uint64_t count) {
+  return ((double)totals.s2 * SCORE_K + (double)totals.s1 + (double)totals.empty * EMPTY_PAIR) /
+         (double)count;
+}
+
+bool FindOverlap(const Image& a, const Image& b, Overlap& overlap) {
+  int64_t d = (int64_t)a.x0 - b.x0;
+  overlap.ax = d >= 0 ? d : 0;
+  overlap.bx = d >= 0 ? 0 : -d;
+  int64_t na = a.width - overlap.ax;
+  int64_t nb = b.width - overlap.bx;
+  overlap.columns = na < nb ? na : nb;
+  int64_t e = (int64_t)a.y0 - b.y0;
+  overlap.ay = e >= 0 ? e : 0;
+  overlap.by = e >= 0 ? 0 : -e;
+  int64_t ra = a.height - overlap.ay;
+  int64_t rb = b.height - overlap.by;
+  overlap.rows = ra < rb ? ra : rb;
+  return overlap.columns > 0 && overlap.rows > 0;
+}
+
+void SumRow(const Image& a, const Image& b, const Overlap& overlap, int64_t r,
+            PairSumsKernel kernel, ScoreTotals& totals) {
+  const unsigned char* p = a.pixels + ((overlap.ay + r) * a.width + overlap.ax) * 4;
+  const unsigned char* q = b.pixels + ((overlap.by + r) * b.width + overlap.bx) * 4;
+  for (int64_t done = 0; done < overlap.columns; done += MAX_RUN_PAIRS) {
+    int64_t n = overlap.columns - done < MAX_RUN_PAIRS ? overlap.columns - done : MAX_RUN_PAIRS;
+    PairSums run;
+    kernel(p + done * 4, q + done * 4, n, &run);
+    AddPairSums(totals, run);
+  }
+}
+
+double MatchScore(const Image& a, const Image& b) {
+  Overlap overlap;
+  if (!FindOverlap(a, b, overlap)) return NO_OVERLAP;
+  ScoreTotals totals = {0, 0, 0};
+  for (int64_t r = 0; r < overlap.rows; r++) SumRow(a, b, overlap, r, SumPairsReference, totals);
+  return ScoreFromTotals(totals, (uint64_t)overlap.columns * (uint64_t)overlap.rows);
 }

@@ -1,3 +1,7 @@
+#include "register/kernels.h"
 #include "run/run_driver.h"
 
-int main(int argc, char** argv) { return RunKelvarion(argc, argv); }
+int main(int argc, char** argv) {
+  SelectKernels();
+  return RunKelvarion(argc, argv);
+}
