@@ -4,6 +4,7 @@
 #include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
 #include "register/register.h"
+#include "register/selection_rule.h"
 #include "run/run_state.h"
 #include "run/settings.h"
 
@@ -59,8 +60,7 @@ float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by) {
       patch.x0 = PatchPoint(dx0 + bx - half + ox, side, Reference.width);
       patch.y0 = PatchPoint(dy0 + by - half + oy, side, Reference.height);
       double score = MatchScore(reference, patch);
-      if (score < best) {
-        best = (float)score;
+      if (TakeIfBetter(best, score)) {
         dx = (float)ox;
         dy = (float)oy;
       }

@@ -4,6 +4,7 @@
 #include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
 #include "register/register.h"
+#include "register/selection_rule.h"
 #include "run/run_state.h"
 #include "run/settings.h"
 
@@ -46,8 +47,7 @@ float SearchBlockOffsetSubpixel(float& dx, float& dy, int32_t bx, int32_t by) {
     for (float oy = (float)s.BlockShiftMinY; (double)oy <= (double)s.BlockShiftMaxY;) {
       SamplePatch(patch, bx, by, ox, oy);
       double score = MatchScore(reference, patch);
-      if (score < best) {
-        best = (float)score;
+      if (TakeIfBetter(best, score)) {
         dx = ox;
         dy = oy;
       }

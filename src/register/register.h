@@ -21,8 +21,18 @@ void SampleBilinear(const Image& source, double sx, double sy, unsigned char* ou
 // sample, odd rows empty. The caller owns the returned pixels.
 Image RotatedPatch(const Image& source, int32_t width, int32_t height, float theta);
 
+// MatchScore(RotatedPatch(source, width, height, theta), fixed), computed
+// without building the patch.
+double RotatedPatchScore(const Image& source, int32_t width, int32_t height, float theta,
+                         const Image& fixed);
+
 // Copy scaled by factor (positive), bilinear. The caller owns the returned pixels.
 Image ScaleImage(const Image& source, float factor);
+
+// Makes the reduced copy of Reference once for the whole run, and releases
+// it. Without it each search reduces Reference itself.
+void PrepareTranslationSearch();
+void EndTranslationSearch();
 
 // Registers Current onto Reference with the angle fixed (coarse shift on
 // reduced copies, then SearchRotation on a narrowed range).

@@ -3,15 +3,14 @@
 // picture; then the angle alone refined by thirds; then the log line and the
 // final transform of Current.
 //
-// Scores are compared as returned (double) against the best held as a float and
-// a new best is stored rounded to float: a later score below the stored float
-// wins even when both round alike.
+// Every comparison of scores follows the one selection rule (selection_rule.h).
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 
-#include "register/overlap_range.h"
+#include "register/kernels.h"
 #include "register/register.h"
+#include "register/shift_scan.h"
 #include "run/fatal_error.h"
 #include "run/run_state.h"
 #include "run/settings.h"
@@ -29,49 +28,21 @@ struct CoarseBest {
   int32_t dy;
 };
 
-static void Consider(CoarseBest& best, double score, float angle, int64_t dx, int64_t dy) {
-  if (!(score < best.score)) return;
-  best.score = (float)score;
-  best.angle = angle;
-  best.dx = (int32_t)dx;
-  best.dy = (int32_t)dy;
-}
-
 // The parser keeps a step below 1 as given; such a step would never reach the
 // end of the range, so the search takes 1 instead.
 static int64_t ShiftStep() { return Settings.ShiftStep < 1 ? 1 : Settings.ShiftStep; }
 
-// All shifts of the range for one patch, dx outer, dy inner. A placement that
-// does not meet Reference scores NO_OVERLAP_SCORE without being computed; once
-// the first of an unbroken run of them has been compared the best is at most
-// that value, so the rest of the run is passed over.
-static void ScoreShifts(const Image& patch, float angle, CoarseBest& best) {
-  int64_t step = ShiftStep();
-  ShiftInterval columns = OverlapShifts(patch.x0, patch.width, Reference.x0, Reference.width);
-  ShiftInterval rows = OverlapShifts(patch.y0, patch.height, Reference.y0, Reference.height);
-  int64_t dx = Settings.ShiftMinX;
-  while (dx <= Settings.ShiftMaxX) {
-    if (!InInterval(columns, dx)) {
-      if (Settings.ShiftMinY <= Settings.ShiftMaxY)
-        Consider(best, NO_OVERLAP_SCORE, angle, dx, Settings.ShiftMinY);
-      dx = NextInInterval(dx, step, columns);
-      continue;
-    }
-    int64_t dy = Settings.ShiftMinY;
-    while (dy <= Settings.ShiftMaxY) {
-      if (!InInterval(rows, dy)) {
-        Consider(best, NO_OVERLAP_SCORE, angle, dx, dy);
-        dy = NextInInterval(dy, step, rows);
-        continue;
-      }
-      Image placed = patch;
-      placed.x0 = (int32_t)(patch.x0 + dx);
-      placed.y0 = (int32_t)(patch.y0 + dy);
-      Consider(best, MatchScore(placed, Reference), angle, dx, dy);
-      dy += step;
-    }
-    dx += step;
-  }
+// All shifts of the range for one patch, dx outer, dy inner.
+static void ScoreShifts(const Image& patch, float angle, CoarseBest& best, ScanMemory& memory) {
+  ShiftGrid grid = {Settings.ShiftMinX, Settings.ShiftMaxX, Settings.ShiftMinY, Settings.ShiftMaxY,
+                    ShiftStep()};
+  ShiftWinner winner = {best.score, best.dx, best.dy, false};
+  ScanShifts(patch, Reference, grid, winner, memory);
+  if (!winner.moved) return;
+  best.score = winner.score;
+  best.angle = angle;
+  best.dx = (int32_t)winner.dx;
+  best.dy = (int32_t)winner.dy;
 }
 
 // Brings the stars up to trunc(fraction of the angle range * 16.666667) + 1.
@@ -97,11 +68,12 @@ static void CoarsePhase(CoarseBest& best) {
     patchHeight = Current.height / fraction;
   }
   int32_t starsPrinted = 0;
+  ScanMemory memory = NewScanMemory();
   float angle = Settings.AngleMin;
   while (angle <= Settings.AngleMax) {
     ShowProgress(angle, starsPrinted);
     Image patch = RotatedPatch(Current, patchWidth, patchHeight, angle);
-    ScoreShifts(patch, angle, best);
+    ScoreShifts(patch, angle, best, memory);
     ReleasePixels(patch);
     float next = (float)(angle + DEGREE);
     if (next == angle) break;  // the step no longer moves a float this large
@@ -110,6 +82,8 @@ static void CoarsePhase(CoarseBest& best) {
 }
 
 static float FullPatchScore(float angle) {
+  if (Kernels.level != KERNEL_REFERENCE)
+    return (float)RotatedPatchScore(Current, Current.width, Current.height, angle, Reference);
   Image patch = RotatedPatch(Current, Current.width, Current.height, angle);
   float score = (float)MatchScore(patch, Reference);
   ReleasePixels(patch);

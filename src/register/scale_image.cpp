@@ -3,7 +3,9 @@
 // x <= width * f - 1 gives x / f < width.
 #include <cstdint>
 
+#include "register/kernels.h"
 #include "register/register.h"
+#include "register/resample_fast.h"
 
 Image ScaleImage(const Image& source, float factor) {
   Image copy;
@@ -13,6 +15,10 @@ Image ScaleImage(const Image& source, float factor) {
   copy.y0 = (int32_t)(source.y0 * (double)factor);
   copy.pixels = AllocatePixels(copy.width, copy.height);
   double g = 1.0 / factor;
+  if (Kernels.level != KERNEL_REFERENCE) {
+    ScaleRowsFast(source, copy, g);
+    return copy;
+  }
   for (int64_t x = 0; x < copy.width; x++)
     for (int64_t y = 0; y < copy.height; y++)
       SampleBilinear(source, x * g, y * g, copy.pixels + (y * copy.width + x) * 4);

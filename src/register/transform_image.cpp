@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdint>
 
+#include "register/kernels.h"
 #include "register/register.h"
+#include "register/resample_fast.h"
 
 Image TransformImage(const Image& source, float theta, float dx, float dy) {
   double c = cos((double)theta);
@@ -37,6 +39,10 @@ Image TransformImage(const Image& source, float theta, float dx, float dy) {
   result.y0 = (int32_t)(int64_t)(c * source.y0 - s * source.x0 + q);
   result.pixels = AllocatePixels(result.width, result.height);
 
+  if (Kernels.level != KERNEL_REFERENCE) {
+    TransformRowsFast(source, result, c, s, dx, dy);
+    return result;
+  }
   unsigned char* out = result.pixels;
   for (int64_t y = 0; y < result.height; y++) {
     double v = (double)(y - result.y0);

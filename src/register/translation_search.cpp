@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "register/overlap_range.h"
 #include "register/register.h"
+#include "register/shift_scan.h"
 #include "run/run_state.h"
 #include "run/settings.h"
 
@@ -20,47 +20,34 @@ struct CoarseShift {
   int32_t j;
 };
 
-static void Consider(CoarseShift& best, double score, int64_t i, int64_t j) {
-  if (!(score < best.score)) return;
-  best.score = (float)score;
-  best.i = (int32_t)i;
-  best.j = (int32_t)j;
+// i runs from ShiftMinX / 8 truncated while i <= ShiftMaxX / 8 as real numbers,
+// that is up to its floor; likewise j.
+static CoarseShift CoarseSearch(const Image& moving, const Image& fixed) {
+  ShiftGrid grid = {(int64_t)(Settings.ShiftMinX * (double)REDUCTION),
+                    (int64_t)floor(Settings.ShiftMaxX * (double)REDUCTION),
+                    (int64_t)(Settings.ShiftMinY * (double)REDUCTION),
+                    (int64_t)floor(Settings.ShiftMaxY * (double)REDUCTION), 1};
+  ShiftWinner winner = {1e24f, 0, 0, false};
+  ScanMemory memory = NewScanMemory();
+  ScanShifts(moving, fixed, grid, winner, memory);
+  return CoarseShift{winner.score, (int32_t)winner.dx, (int32_t)winner.dy};
 }
 
-// i runs from ShiftMinX / 8 truncated while i <= ShiftMaxX / 8 as real numbers,
-// that is up to its floor; likewise j. Runs of placements without overlap are
-// passed over as in the rotation search.
-static CoarseShift CoarseSearch(const Image& moving, const Image& fixed) {
-  CoarseShift best = {1e24f, 0, 0};
-  int64_t firstI = (int64_t)(Settings.ShiftMinX * (double)REDUCTION);
-  int64_t lastI = (int64_t)floor(Settings.ShiftMaxX * (double)REDUCTION);
-  int64_t firstJ = (int64_t)(Settings.ShiftMinY * (double)REDUCTION);
-  int64_t lastJ = (int64_t)floor(Settings.ShiftMaxY * (double)REDUCTION);
-  ShiftInterval columns = OverlapShifts(moving.x0, moving.width, fixed.x0, fixed.width);
-  ShiftInterval rows = OverlapShifts(moving.y0, moving.height, fixed.y0, fixed.height);
-  int64_t i = firstI;
-  while (i <= lastI) {
-    if (!InInterval(columns, i)) {
-      if (firstJ <= lastJ) Consider(best, NO_OVERLAP_SCORE, i, firstJ);
-      i = NextInInterval(i, 1, columns);
-      continue;
-    }
-    int64_t j = firstJ;
-    while (j <= lastJ) {
-      if (!InInterval(rows, j)) {
-        Consider(best, NO_OVERLAP_SCORE, i, j);
-        j = NextInInterval(j, 1, rows);
-        continue;
-      }
-      Image placed = moving;
-      placed.x0 = (int32_t)(moving.x0 + i);
-      placed.y0 = (int32_t)(moving.y0 + j);
-      Consider(best, MatchScore(placed, fixed), i, j);
-      j++;
-    }
-    i++;
-  }
-  return best;
+// Reference does not change during a run (the block stage restores it), so
+// its reduced copy is made once.
+static Image ReducedReference = {nullptr, 0, 0, 0, 0};
+static bool ReducedReferenceReady = false;
+
+void PrepareTranslationSearch() {
+  EndTranslationSearch();
+  ReducedReference = ScaleImage(Reference, REDUCTION);
+  ReducedReferenceReady = true;
+}
+
+void EndTranslationSearch() {
+  if (!ReducedReferenceReady) return;
+  ReleasePixels(ReducedReference);
+  ReducedReferenceReady = false;
 }
 
 static int32_t Saturate(int64_t value) {
@@ -75,10 +62,10 @@ void SearchTranslation() {
   printf("--------------------------------------------------\n");
 
   Image reduced = ScaleImage(Current, REDUCTION);
-  Image reducedReference = ScaleImage(Reference, REDUCTION);
+  Image reducedReference = ReducedReferenceReady ? ReducedReference : ScaleImage(Reference, REDUCTION);
   CoarseShift best = CoarseSearch(reduced, reducedReference);
   ReleasePixels(reduced);
-  ReleasePixels(reducedReference);
+  if (!ReducedReferenceReady) ReleasePixels(reducedReference);
   printf("(Temps Phase1 : %u)\n", ProcessorSeconds() - start);
 
   int32_t savedMinX = Settings.ShiftMinX;

@@ -98,12 +98,14 @@ int RunKelvarion(int argc, char** argv) {
   CheckSettings();
   LoadReference();
   if (ImageTable.CompositeName != nullptr) CreateAccumulator();
+  if (Settings.AngleMin == Settings.AngleMax) PrepareTranslationSearch();
   OpenShiftLog();
 
   for (int i = 1; i <= ImageTable.ImageCount; i++) ProcessImage(i);
 
   CloseShiftLog();
   if (ImageTable.CompositeName != nullptr) SaveComposite();
+  EndTranslationSearch();
   ReleasePixels(Reference);
   ReleaseImageTable();
   printf("\n");

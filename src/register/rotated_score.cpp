@@ -1,0 +1,97 @@
+// The score of a rotated patch against a fixed picture, sampled and scored in
+// one pass: no patch is materialised, and the rows are shared among threads.
+// Each row is sampled exactly as RotatedPatch samples it into a small buffer
+// and summed by the kernel in force; odd rows hold no data and are counted.
+// The sums are exact integers, so the order in which threads add them does
+// not matter.
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "register/match_score.h"
+#include "register/register.h"
+#include "run/fatal_error.h"
+
+#ifdef _OPENMP
+#include <omp.h>
+#endif
+
+static int ThreadCount() {
+#ifdef _OPENMP
+  return omp_get_max_threads();
+#else
+  return 1;
+#endif
+}
+
+static int ThreadNumber() {
+#ifdef _OPENMP
+  return omp_get_thread_num();
+#else
+  return 0;
+#endif
+}
+
+// Patch row y, columns first .. first + n - 1, as RotatedPatch writes them.
+static void SampleRotatedRow(const Image& source, const Image& patch, float c, float s, int64_t y,
+                             int64_t first, int64_t n, unsigned char* out) {
+  int64_t v = y - patch.y0;
+  for (int64_t x = first; x < first + n; x++, out += 4) {
+    int64_t u = x - patch.x0;
+    double sx = trunc((double)source.x0 + (double)c * u - (double)s * v);
+    double sy = trunc((double)source.y0 + (double)s * u + (double)c * v);
+    if (!(sx >= 0.0 && sx < source.width && sy >= 0.0 && sy < source.height)) {
+      memset(out, 0, 4);
+      continue;
+    }
+    memcpy(out, source.pixels + ((int64_t)sy * source.width + (int64_t)sx) * 4, 4);
+  }
+}
+
+double RotatedPatchScore(const Image& source, int32_t width, int32_t height, float theta,
+                         const Image& fixed) {
+  Image patch = {nullptr, width, height, width / 2, height / 2};
+  Overlap overlap;
+  if (!FindOverlap(patch, fixed, overlap)) return (double)0.05f;
+  float c = (float)cos((double)theta);
+  float s = (float)sin((double)theta);
+  int threads = ThreadCount();
+  int64_t rowBytes = overlap.columns * 4;
+  unsigned char* rows = new (std::nothrow) unsigned char[(size_t)(rowBytes * threads)];
+  ScoreTotals* partial = new (std::nothrow) ScoreTotals[(size_t)threads];
+  if (rows == nullptr || partial == nullptr) {
+    printf("Erreur : pas assez de memoire \n");
+    FatalError();
+  }
+  for (int t = 0; t < threads; t++) partial[t] = ScoreTotals{0, 0, 0};
+
+#pragma omp parallel for schedule(static) num_threads(threads)
+  for (int64_t r = 0; r < overlap.rows; r++) {
+    int t = ThreadNumber();
+    int64_t y = overlap.ay + r;
+    if (y % 2 != 0) {
+      partial[t].empty += (uint64_t)overlap.columns;
+      continue;
+    }
+    unsigned char* row = rows + rowBytes * t;
+    SampleRotatedRow(source, patch, c, s, y, overlap.ax, overlap.columns, row);
+    const unsigned char* q = fixed.pixels + ((overlap.by + r) * fixed.width + overlap.bx) * 4;
+    for (int64_t done = 0; done < overlap.columns; done += MAX_RUN_PAIRS) {
+      int64_t n = overlap.columns - done < MAX_RUN_PAIRS ? overlap.columns - done : MAX_RUN_PAIRS;
+      PairSums run;
+      Kernels.SumPairs(row + done * 4, q + done * 4, n, &run);
+      AddPairSums(partial[t], run);
+    }
+  }
+
+  ScoreTotals totals = {0, 0, 0};
+  for (int t = 0; t < threads; t++) {
+    totals.s1 += partial[t].s1;
+    totals.s2 += partial[t].s2;
+    totals.empty += partial[t].empty;
+  }
+  delete[] rows;
+  delete[] partial;
+  return ScoreFromTotals(totals, (uint64_t)overlap.columns * (uint64_t)overlap.rows);
+}
