@@ -2,6 +2,8 @@
 // deformation of the picture through the field of block offsets.
 #pragma once
 
+#include "run/float_model.h"
+
 #include <cstdint>
 
 #include "image/image.h"

@@ -2,6 +2,8 @@
 // composite output.
 #pragma once
 
+#include "run/float_model.h"
+
 #include <cstdint>
 
 #include "image/image.h"

@@ -1,6 +1,8 @@
 // The in-memory picture and its two file formats.
 #pragma once
 
+#include "run/float_model.h"
+
 #include <cstdint>
 
 // A picture: width x height pixels of 4 bytes (blue, green, red, weight),

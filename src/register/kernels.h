@@ -5,6 +5,8 @@
 // kernels produce the same integer sums, which are exact in any order.
 #pragma once
 
+#include "run/float_model.h"
+
 #include <cstdint>
 
 enum KernelLevel {

@@ -2,6 +2,8 @@
 // searches for the angle and shift of each source picture.
 #pragma once
 
+#include "run/float_model.h"
+
 #include "image/image.h"
 
 // Dissimilarity of a and b laid over each other with their (x0, y0) on the same

@@ -1,6 +1,8 @@
 // The parameters and the list of images that the script sets.
 #pragma once
 
+#include "run/float_model.h"
+
 #include <cstdint>
 
 constexpr int MAX_IMAGES = 30000;  // slot 0 stays empty: at most 29999 images
