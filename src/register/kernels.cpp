@@ -1,6 +1,6 @@
 #include "register/kernels.h"
 
-KernelTable Kernels = {KERNEL_REFERENCE, SumPairsReference};
+KernelTable Kernels = {KERNEL_REFERENCE, SumPairsReference, SampleRotatedRowReference};
 
 #if defined(__x86_64__) || defined(__i386__)
 #define KELVARION_X86 1
@@ -22,6 +22,7 @@ bool KernelLevelAvailable(int level) {
 static void FillTable(int level) {
   Kernels.level = KERNEL_REFERENCE;
   Kernels.SumPairs = SumPairsReference;
+  Kernels.SampleRotatedRow = SampleRotatedRowReference;
 #if KELVARION_X86
   if (level >= KERNEL_SSE2) {
     Kernels.level = KERNEL_SSE2;
@@ -30,6 +31,7 @@ static void FillTable(int level) {
   if (level >= KERNEL_AVX2) {
     Kernels.level = KERNEL_AVX2;
     Kernels.SumPairs = SumPairsAvx2;
+    Kernels.SampleRotatedRow = SampleRotatedRowAvx2;
   }
 #endif
 }

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "image/image.h"
+
 enum KernelLevel {
   KERNEL_REFERENCE = 0,  // the straightforward code, also the searches without pruning
   KERNEL_SSE2 = 1,
@@ -31,9 +33,16 @@ constexpr int64_t MAX_RUN_PAIRS = INT64_C(1) << 24;
 typedef void (*PairSumsKernel)(const unsigned char* a, const unsigned char* b, int64_t n,
                                PairSums* sums);
 
+// Writes the n pixels u = u0 .. u0 + n - 1 of row offset v of a patch of
+// source turned by (c, s), as RotatedPatch samples them: the source at
+// (x0 + c u - s v, y0 + s u + c v) truncated, or an empty pixel (all 0).
+typedef void (*RotatedRowKernel)(const Image& source, float c, float s, int64_t u0, int64_t v,
+                                 int64_t n, unsigned char* out);
+
 struct KernelTable {
   int level;  // the KernelLevel in force
   PairSumsKernel SumPairs;
+  RotatedRowKernel SampleRotatedRow;
 };
 
 // The kernels in force; the reference ones until SelectKernels is called.
@@ -42,6 +51,11 @@ extern KernelTable Kernels;
 void SumPairsReference(const unsigned char* a, const unsigned char* b, int64_t n, PairSums* sums);
 void SumPairsSse2(const unsigned char* a, const unsigned char* b, int64_t n, PairSums* sums);
 void SumPairsAvx2(const unsigned char* a, const unsigned char* b, int64_t n, PairSums* sums);
+
+void SampleRotatedRowReference(const Image& source, float c, float s, int64_t u0, int64_t v,
+                               int64_t n, unsigned char* out);
+void SampleRotatedRowAvx2(const Image& source, float c, float s, int64_t u0, int64_t v, int64_t n,
+                          unsigned char* out);
 
 // Whether this processor (and this build) can run the kernels of level.
 bool KernelLevelAvailable(int level);

@@ -7,7 +7,21 @@
 #include <cstdint>
 #include <cstring>
 
+#include "register/kernels.h"
 #include "register/register.h"
+
+void SampleRotatedRowReference(const Image& source, float c, float s, int64_t u0, int64_t v,
+                               int64_t n, unsigned char* out) {
+  for (int64_t u = u0; u < u0 + n; u++, out += 4) {
+    double sx = trunc((double)source.x0 + (double)c * u - (double)s * v);
+    double sy = trunc((double)source.y0 + (double)s * u + (double)c * v);
+    if (!(sx >= 0.0 && sx < source.width && sy >= 0.0 && sy < source.height)) {
+      out[0] = out[1] = out[2] = out[3] = 0;
+      continue;
+    }
+    memcpy(out, source.pixels + ((int64_t)sy * source.width + (int64_t)sx) * 4, 4);
+  }
+}
 
 Image RotatedPatch(const Image& source, int32_t width, int32_t height, float theta) {
   Image patch;
@@ -25,17 +39,7 @@ Image RotatedPatch(const Image& source, int32_t width, int32_t height, float the
       memset(out, 0, (size_t)width * 4);
       continue;
     }
-    int64_t v = y - patch.y0;
-    for (int64_t x = 0; x < width; x++, out += 4) {
-      int64_t u = x - patch.x0;
-      double sx = trunc((double)source.x0 + (double)c * u - (double)s * v);
-      double sy = trunc((double)source.y0 + (double)s * u + (double)c * v);
-      if (!(sx >= 0.0 && sx < source.width && sy >= 0.0 && sy < source.height)) {
-        out[0] = out[1] = out[2] = out[3] = 0;
-        continue;
-      }
-      memcpy(out, source.pixels + ((int64_t)sy * source.width + (int64_t)sx) * 4, 4);
-    }
+    SampleRotatedRowReference(source, c, s, -(int64_t)patch.x0, y - patch.y0, width, out);
   }
   return patch;
 }

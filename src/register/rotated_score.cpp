@@ -1,7 +1,7 @@
 // The score of a rotated patch against a fixed picture, sampled and scored in
 // one pass: no patch is materialised, and the rows are shared among threads.
 // Each row is sampled exactly as RotatedPatch samples it into a small buffer
-// and summed by the kernel in force; odd rows hold no data and are counted.
+// and summed by the kernels in force; odd rows hold no data and are counted.
 // The sums are exact integers, so the order in which threads add them does
 // not matter.
 #include <cmath>
@@ -33,22 +33,6 @@ static int ThreadNumber() {
 #endif
 }
 
-// Patch row y, columns first .. first + n - 1, as RotatedPatch writes them.
-static void SampleRotatedRow(const Image& source, const Image& patch, float c, float s, int64_t y,
-                             int64_t first, int64_t n, unsigned char* out) {
-  int64_t v = y - patch.y0;
-  for (int64_t x = first; x < first + n; x++, out += 4) {
-    int64_t u = x - patch.x0;
-    double sx = trunc((double)source.x0 + (double)c * u - (double)s * v);
-    double sy = trunc((double)source.y0 + (double)s * u + (double)c * v);
-    if (!(sx >= 0.0 && sx < source.width && sy >= 0.0 && sy < source.height)) {
-      memset(out, 0, 4);
-      continue;
-    }
-    memcpy(out, source.pixels + ((int64_t)sy * source.width + (int64_t)sx) * 4, 4);
-  }
-}
-
 double RotatedPatchScore(const Image& source, int32_t width, int32_t height, float theta,
                          const Image& fixed) {
   Image patch = {nullptr, width, height, width / 2, height / 2};
@@ -75,7 +59,8 @@ double RotatedPatchScore(const Image& source, int32_t width, int32_t height, flo
       continue;
     }
     unsigned char* row = rows + rowBytes * t;
-    SampleRotatedRow(source, patch, c, s, y, overlap.ax, overlap.columns, row);
+    Kernels.SampleRotatedRow(source, c, s, overlap.ax - patch.x0, y - patch.y0, overlap.columns,
+                             row);
     const unsigned char* q = fixed.pixels + ((overlap.by + r) * fixed.width + overlap.bx) * 4;
     for (int64_t done = 0; done < overlap.columns; done += MAX_RUN_PAIRS) {
       int64_t n = overlap.columns - done < MAX_RUN_PAIRS ? overlap.columns - done : MAX_RUN_PAIRS;
