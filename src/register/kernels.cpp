@@ -1,6 +1,7 @@
 #include "register/kernels.h"
 
-KernelTable Kernels = {KERNEL_REFERENCE, SumPairsReference, SampleRotatedRowReference};
+KernelTable Kernels = {KERNEL_REFERENCE, SumPairsReference, SampleRotatedRowReference,
+                       TransformRowReference};
 
 #if defined(__x86_64__) || defined(__i386__)
 #define KELVARION_X86 1
@@ -23,6 +24,7 @@ static void FillTable(int level) {
   Kernels.level = KERNEL_REFERENCE;
   Kernels.SumPairs = SumPairsReference;
   Kernels.SampleRotatedRow = SampleRotatedRowReference;
+  Kernels.TransformRow = TransformRowReference;
 #if KELVARION_X86
   if (level >= KERNEL_SSE2) {
     Kernels.level = KERNEL_SSE2;
@@ -32,6 +34,7 @@ static void FillTable(int level) {
     Kernels.level = KERNEL_AVX2;
     Kernels.SumPairs = SumPairsAvx2;
     Kernels.SampleRotatedRow = SampleRotatedRowAvx2;
+    Kernels.TransformRow = TransformRowAvx2;
   }
 #endif
 }

@@ -39,10 +39,17 @@ typedef void (*PairSumsKernel)(const unsigned char* a, const unsigned char* b, i
 typedef void (*RotatedRowKernel)(const Image& source, float c, float s, int64_t u0, int64_t v,
                                  int64_t n, unsigned char* out);
 
+// Writes the n pixels u = u0 .. u0 + n - 1 of row offset v of TransformImage's
+// output: the source sampled by the bilinear rule at
+// (float)(x0 + dx + c u - s v), (float)(y0 + dy + s u + c v).
+typedef void (*TransformRowKernel)(const Image& source, double c, double s, float dx, float dy,
+                                   int64_t u0, int64_t v, int64_t n, unsigned char* out);
+
 struct KernelTable {
   int level;  // the KernelLevel in force
   PairSumsKernel SumPairs;
   RotatedRowKernel SampleRotatedRow;
+  TransformRowKernel TransformRow;
 };
 
 // The kernels in force; the reference ones until SelectKernels is called.
@@ -56,6 +63,11 @@ void SampleRotatedRowReference(const Image& source, float c, float s, int64_t u0
                                int64_t n, unsigned char* out);
 void SampleRotatedRowAvx2(const Image& source, float c, float s, int64_t u0, int64_t v, int64_t n,
                           unsigned char* out);
+
+void TransformRowReference(const Image& source, double c, double s, float dx, float dy, int64_t u0,
+                           int64_t v, int64_t n, unsigned char* out);
+void TransformRowAvx2(const Image& source, double c, double s, float dx, float dy, int64_t u0,
+                      int64_t v, int64_t n, unsigned char* out);
 
 // Whether this processor (and this build) can run the kernels of level.
 bool KernelLevelAvailable(int level);

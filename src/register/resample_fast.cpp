@@ -1,14 +1,15 @@
 // Row-parallel resampling. Each output pixel depends only on its own position,
 // so rows can be filled in any order by any thread.
 //
-// A position whose fractions are both 0 (every pixel of a whole-pixel shift
-// at angle 0, and every pixel of the 1/8 reduction) is copied instead of
+// In the scaled copy, a position whose fractions are both 0 (every pixel of
+// the 1/8 reduction) is copied instead of
 // blended: the blend then adds p00 x 1 x 1 to three terms that are exactly
 // +0, which gives p00 exactly, so the copy is the same byte.
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 
+#include "register/kernels.h"
 #include "register/register.h"
 #include "register/resample_fast.h"
 
@@ -27,16 +28,9 @@ static inline void SampleBilinearFast(const Image& source, double sx, double sy,
 void TransformRowsFast(const Image& source, Image& result, double c, double s, float dx,
                        float dy) {
 #pragma omp parallel for schedule(static)
-  for (int64_t y = 0; y < result.height; y++) {
-    double v = (double)(y - result.y0);
-    unsigned char* out = result.pixels + y * (int64_t)result.width * 4;
-    for (int64_t x = 0; x < result.width; x++, out += 4) {
-      double u = (double)(x - result.x0);
-      float sx = (float)((double)source.x0 + dx + c * u - s * v);
-      float sy = (float)((double)source.y0 + dy + s * u + c * v);
-      SampleBilinearFast(source, sx, sy, out);
-    }
-  }
+  for (int64_t y = 0; y < result.height; y++)
+    Kernels.TransformRow(source, c, s, dx, dy, -(int64_t)result.x0, y - result.y0, result.width,
+                         result.pixels + y * (int64_t)result.width * 4);
 }
 
 void ScaleRowsFast(const Image& source, Image& copy, double g) {

@@ -11,6 +11,15 @@
 #include "register/register.h"
 #include "register/resample_fast.h"
 
+void TransformRowReference(const Image& source, double c, double s, float dx, float dy, int64_t u0,
+                           int64_t v, int64_t n, unsigned char* out) {
+  for (int64_t u = u0; u < u0 + n; u++, out += 4) {
+    float sx = (float)((double)source.x0 + dx + c * (double)u - s * (double)v);
+    float sy = (float)((double)source.y0 + dy + s * (double)u + c * (double)v);
+    SampleBilinear(source, sx, sy, out);
+  }
+}
+
 Image TransformImage(const Image& source, float theta, float dx, float dy) {
   double c = cos((double)theta);
   double s = sin((double)theta);
@@ -43,15 +52,8 @@ Image TransformImage(const Image& source, float theta, float dx, float dy) {
     TransformRowsFast(source, result, c, s, dx, dy);
     return result;
   }
-  unsigned char* out = result.pixels;
-  for (int64_t y = 0; y < result.height; y++) {
-    double v = (double)(y - result.y0);
-    for (int64_t x = 0; x < result.width; x++, out += 4) {
-      double u = (double)(x - result.x0);
-      float sx = (float)((double)source.x0 + dx + c * u - s * v);
-      float sy = (float)((double)source.y0 + dy + s * u + c * v);
-      SampleBilinear(source, sx, sy, out);
-    }
-  }
+  for (int64_t y = 0; y < result.height; y++)
+    TransformRowReference(source, c, s, dx, dy, -(int64_t)result.x0, y - result.y0, result.width,
+                          result.pixels + y * (int64_t)result.width * 4);
   return result;
 }
