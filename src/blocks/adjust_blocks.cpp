@@ -4,7 +4,13 @@
 #include <cstring>
 #include <new>
 
+#ifdef _OPENMP
+#include <omp.h>
+#endif
+
+#include "blocks/block_search_fast.h"
 #include "blocks/blocks.h"
+#include "register/kernels.h"
 #include "run/fatal_error.h"
 #include "run/run_state.h"
 #include "run/settings.h"
@@ -32,8 +38,7 @@ static int64_t CountBlocks(int64_t first, int64_t end, int64_t grid) {
 static float* AllocateFloats(int64_t count) {
   float* values = new (std::nothrow) float[(size_t)count];
   if (values == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   return values;
 }
@@ -43,8 +48,7 @@ static BlockField AllocateField(int64_t columns, int64_t rows) {
   int64_t pixels = ((int64_t)Current.width + 1) * ((int64_t)Current.height + 1);
   int64_t limit = pixels > FIELD_ENTRIES_FLOOR ? pixels : FIELD_ENTRIES_FLOOR;
   if (columns > INT32_MAX || rows > INT32_MAX || columns + 1 > limit / (rows + 1)) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   int64_t entries = (columns + 1) * (rows + 1);
   BlockField field;
@@ -112,14 +116,109 @@ static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
   }
 }
 
+static int ThreadCount() {
+#ifdef _OPENMP
+  return omp_get_max_threads();
+#else
+  return 1;
+#endif
+}
+
+static int ThreadNumber() {
+#ifdef _OPENMP
+  return omp_get_thread_num();
+#else
+  return 0;
+#endif
+}
+
+// The blocks of one column are shared among threads; each writes only its own
+// field entry. The stars go out from this thread, before each column, as in
+// the straightforward loop.
+static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
+                             const BlockOffsets& offsets, bool wholeStep) {
+  int64_t grid = Settings.GridWidth;
+  int64_t side = 2 * (int64_t)Settings.SearchWidth + 1;
+  int threads = ThreadCount();
+  BlockScratch* scratch = new (std::nothrow) BlockScratch[(size_t)threads];
+  if (scratch == nullptr) OutOfMemory();
+  for (int t = 0; t < threads; t++) {
+    scratch[t].patch = AllocatePixels(side, side);
+    scratch[t].row = AllocatePixels(side, 1);
+  }
+  int64_t columns = field.columns;
+  int64_t stars = 0;
+  for (int64_t k = 0; k < columns; k++) {
+    for (; stars < 50 * k / columns + 1; stars++) printf("*");
+    fflush(stdout);
+    int64_t bx = firstX + k * grid;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+    for (int64_t l = 0; l < field.rows; l++) {
+      int64_t by = firstY + l * grid;
+      int64_t index = l * columns + k;
+      float dx = 0;
+      float dy = 0;
+      float score = SKIPPED_BLOCK_SCORE;
+      BlockScratch& mine = scratch[ThreadNumber()];
+      if (!BlockLeavesReference(bx, by))
+        score = wholeStep ? SearchBlockOffsetFast(dx, dy, bx, by, offsets, mine)
+                          : SearchBlockOffsetSubpixelFast(dx, dy, bx, by, offsets, mine);
+      field.dx[index] = dx;
+      field.dy[index] = dy;
+      field.score[index] = score;
+    }
+  }
+  for (int t = 0; t < threads; t++) {
+    delete[] scratch[t].patch;
+    delete[] scratch[t].row;
+  }
+  delete[] scratch;
+}
+
+// Patches wider than this, and offset lists longer than this, take the
+// straightforward searches: their buffers per thread would be large.
+static const int64_t FAST_SIDE_LIMIT = 1025;
+static const int64_t FAST_OFFSET_LIMIT = INT64_C(1) << 16;
+
+// Reference does not change during a run (the stage hands its colours back),
+// so its gradient form can be made once.
+static Image ReferenceGradient = {nullptr, 0, 0, 0, 0};
+static bool ReferenceGradientReady = false;
+
+void PrepareBlockStage() {
+  EndBlockStage();
+  if (Kernels.level == KERNEL_REFERENCE) return;
+  ReferenceGradient = GradientCopy(Reference);
+  ReferenceGradientReady = true;
+}
+
+void EndBlockStage() {
+  if (!ReferenceGradientReady) return;
+  ReleasePixels(ReferenceGradient);
+  ReferenceGradientReady = false;
+}
+
 void AdjustBlocks() {
   const SettingsRecord& s = Settings;
   if (s.GridWidth <= 0) return;
+  float step = s.BlockShiftStep;
+  bool wholeStep = step == std::trunc(step);
+  BlockOffsets offsets;
+  bool fast = Kernels.level != KERNEL_REFERENCE && 2 * (int64_t)s.SearchWidth + 1 <= FAST_SIDE_LIMIT &&
+              ListBlockOffsets(offsets, wholeStep, FAST_OFFSET_LIMIT);
 
-  Image currentKept = CopyPicture(Current);
-  Image referenceKept = CopyPicture(Reference);
-  MakeGradientForm(Current);
-  MakeGradientForm(Reference);
+  // The colour pictures stay aside while the two pictures hold gradient forms.
+  Image currentKept = Current;
+  Image referenceKept = Reference;
+  if (fast) {
+    Current.pixels = GradientCopy(Current).pixels;
+    Reference.pixels = ReferenceGradientReady ? ReferenceGradient.pixels : GradientCopy(Reference).pixels;
+  } else {
+    currentKept = CopyPicture(Current);
+    referenceKept = CopyPicture(Reference);
+    MakeGradientForm(Current);
+    MakeGradientForm(Reference);
+  }
   printf("Ajustage par blocs\n");
   printf("Calcul du meilleur ajustage");
 
@@ -132,14 +231,18 @@ void AdjustBlocks() {
                                    CountBlocks(firstY, endY, s.GridWidth));
   printf(" (%i blocs en largeur %i blocs en hauteur)\n", field.columns, field.rows);
   printf("--------------------------------------------------\n");
-  SearchBlocks(field, firstX, firstY);
+  if (fast)
+    SearchBlocksFast(field, firstX, firstY, offsets, wholeStep);
+  else
+    SearchBlocks(field, firstX, firstY);
   printf("\n");
   printf("Deformation de l'image\n");
 
   ReleasePixels(Current);
-  ReleasePixels(Reference);
+  if (!fast || !ReferenceGradientReady) ReleasePixels(Reference);
   Current.pixels = currentKept.pixels;
   Reference.pixels = referenceKept.pixels;
+  if (fast) ReleaseBlockOffsets(offsets);
 
   // An empty grid cannot be interpolated: the picture stays as it was.
   if (field.columns > 0 && field.rows > 0) {

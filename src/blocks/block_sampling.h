@@ -28,3 +28,12 @@ Image NewBlockPatch();
 // Reference's record with its point at (0, 0), so placements are computed
 // relative to it in 64 bits and never overflow x0.
 Image ReferenceAtOrigin();
+
+// Copies the square of Current whose top left corner is (left, top) into the
+// patch (side patch.width); pixels outside Current are empty.
+void CopyPatch(Image& patch, int64_t left, int64_t top);
+
+// Advances a whole-number offset: the step is added as a float and the sum
+// truncated. false when the loop is over: past max, or when the float sum no
+// longer moves the offset (|offset| beyond 2^24, or a step below 1).
+bool NextWholeOffset(int64_t& offset, float step, int64_t max);

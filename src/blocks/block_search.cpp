@@ -8,10 +8,7 @@
 #include "run/run_state.h"
 #include "run/settings.h"
 
-// Advances a whole-number offset: the step is added as a float and the sum
-// truncated. Returns false when the loop is over: past max, or when the float
-// sum no longer moves the offset (|offset| beyond 2^24, or a step below 1).
-static bool NextWholeOffset(int64_t& offset, float step, int64_t max) {
+bool NextWholeOffset(int64_t& offset, float step, int64_t max) {
   float sum = (float)offset + step;
   double next = std::trunc((double)sum);
   if (next > (double)max || next <= (double)offset) return false;
@@ -19,7 +16,7 @@ static bool NextWholeOffset(int64_t& offset, float step, int64_t max) {
   return true;
 }
 
-static void CopyPatch(Image& patch, int64_t left, int64_t top) {
+void CopyPatch(Image& patch, int64_t left, int64_t top) {
   int64_t side = patch.width;
   for (int64_t j = 0; j < side; j++) {
     for (int64_t i = 0; i < side; i++) {

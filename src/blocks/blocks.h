@@ -28,6 +28,15 @@ void AdjustBlocks();
 // vertical gradient around 128, byte 3 unchanged.
 void MakeGradientForm(Image& image);
 
+// The gradient form in a new picture (same record, new pixels that the
+// caller owns); the source is left as it is. Rows are shared among threads.
+Image GradientCopy(const Image& source);
+
+// Makes the gradient form of Reference once for the whole run, and releases
+// it. Without it each block stage makes its own.
+void PrepareBlockStage();
+void EndBlockStage();
+
 // Best offset of the block at (bx, by) of Current; whole-number step.
 float SearchBlockOffset(float& dx, float& dy, int32_t bx, int32_t by);
 

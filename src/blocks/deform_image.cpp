@@ -4,6 +4,7 @@
 
 #include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
+#include "register/kernels.h"
 
 // Where a pixel coordinate falls between the block points, which sit at
 // k * cell + cell / 2 (the half taken as a real number): block index, weight
@@ -66,6 +67,9 @@ Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidt
     return result;
   }
 
+  // Each pixel depends on its own position only: the fast path shares rows
+  // among threads.
+#pragma omp parallel for schedule(static) if (Kernels.level != KERNEL_REFERENCE)
   for (int64_t y = 0; y < height; y++) {
     FieldPlace row = PlaceInField(y, cellHeight, field.rows);
     for (int64_t x = 0; x < width; x++) {

@@ -20,8 +20,7 @@ void CreateAccumulator() {
   if (width >= 0 && height >= 0 && (width == 0 || height <= MAX_SUMS / 3 / width))
     sums = new (std::nothrow) uint32_t[(size_t)(width * height * 3)]();
   if (sums == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   Accumulator = sums;
 }

@@ -14,8 +14,7 @@ unsigned char* AllocatePixels(int64_t width, int64_t height) {
   if (width >= 0 && height >= 0 && (width == 0 || height <= MAX_PIXEL_BYTES / 4 / width))
     pixels = new (std::nothrow) unsigned char[(size_t)(width * height * 4)];
   if (pixels == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   return pixels;
 }

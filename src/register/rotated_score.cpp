@@ -45,8 +45,7 @@ double RotatedPatchScore(const Image& source, int32_t width, int32_t height, flo
   unsigned char* rows = new (std::nothrow) unsigned char[(size_t)(rowBytes * threads)];
   ScoreTotals* partial = new (std::nothrow) ScoreTotals[(size_t)threads];
   if (rows == nullptr || partial == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   for (int t = 0; t < threads; t++) partial[t] = ScoreTotals{0, 0, 0};
 

@@ -39,8 +39,7 @@ template <typename T>
 static T* AllocateArray(int64_t count) {
   T* values = new (std::nothrow) T[(size_t)(count > 0 ? count : 1)];
   if (values == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   return values;
 }

@@ -11,3 +11,8 @@ void FatalError() {
   fflush(stdout);
   abort();
 }
+
+void OutOfMemory() {
+  printf("Erreur : pas assez de memoire \n");
+  FatalError();
+}

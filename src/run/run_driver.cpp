@@ -99,6 +99,7 @@ int RunKelvarion(int argc, char** argv) {
   LoadReference();
   if (ImageTable.CompositeName != nullptr) CreateAccumulator();
   if (Settings.AngleMin == Settings.AngleMax) PrepareTranslationSearch();
+  if (Settings.GridWidth > 0) PrepareBlockStage();
   OpenShiftLog();
 
   for (int i = 1; i <= ImageTable.ImageCount; i++) ProcessImage(i);
@@ -106,6 +107,7 @@ int RunKelvarion(int argc, char** argv) {
   CloseShiftLog();
   if (ImageTable.CompositeName != nullptr) SaveComposite();
   EndTranslationSearch();
+  EndBlockStage();
   ReleasePixels(Reference);
   ReleaseImageTable();
   printf("\n");

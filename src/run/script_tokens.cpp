@@ -37,8 +37,7 @@ int32_t OppositeBound(int32_t v) { return v == INT32_MIN ? INT32_MAX : -v; }
 static char* NewText(size_t length) {
   char* text = new (std::nothrow) char[length + 1];
   if (text == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
+    OutOfMemory();
   }
   return text;
 }
