@@ -6,10 +6,14 @@
 #include <cstring>
 #include <vector>
 
+#include "blocks/blocks.h"
+#include "console_capture.h"
 #include "register/kernels.h"
 #include "register/register.h"
 #include "register/selection_rule.h"
 #include "register/shift_scan.h"
+#include "run/run_state.h"
+#include "run/settings.h"
 #include "test_pictures.h"
 
 #ifdef _OPENMP
@@ -122,6 +126,71 @@ TEST(SearchAgreement, RotatedScoreAndResamplingMatchTheReference) {
     ReleasePixels(expectedScaled);
   }
   ForceKernelLevel(KERNEL_REFERENCE);
+}
+
+// A picture in a buffer of its own, as the block stage releases and replaces it.
+Image Owned(const TestPicture& picture) {
+  Image image = picture.image;
+  size_t bytes = picture.bytes.size();
+  image.pixels = AllocatePixels(image.width, image.height);
+  if (bytes > 0) memcpy(image.pixels, picture.bytes.data(), bytes);
+  return image;
+}
+
+struct StageResult {
+  std::string console;
+  std::vector<unsigned char> current;
+  std::vector<unsigned char> reference;
+};
+
+StageResult RunStage(const Image& current, const Image& reference) {
+  Current = Owned(TestPicture{std::vector<unsigned char>(current.pixels, current.pixels + (size_t)current.width * current.height * 4), current});
+  Reference = Owned(TestPicture{std::vector<unsigned char>(reference.pixels, reference.pixels + (size_t)reference.width * reference.height * 4), reference});
+  ConsoleCapture capture = BeginCapture();
+  AdjustBlocks();
+  StageResult result;
+  result.console = EndCapture(capture);
+  result.current.assign(Current.pixels, Current.pixels + (size_t)Current.width * Current.height * 4);
+  result.reference.assign(Reference.pixels, Reference.pixels + (size_t)Reference.width * Reference.height * 4);
+  ReleasePixels(Current);
+  ReleasePixels(Reference);
+  return result;
+}
+
+// The whole block stage, every kind of step, widths and ranges, including
+// ranges that skip blocks and flat pictures where every trial ties.
+TEST(SearchAgreement, BlockStageGivesTheReferenceBytes) {
+  uint32_t state = SEED + 3;
+  const float steps[] = {1.0f, 2.0f, 0.5f, 0.25f, 0.3f, 1.5f};
+  for (int round = 0; round < 48; round++) {
+    Pattern pattern = (Pattern)(round % PATTERNS);
+    int32_t w = 12 + NextRandom(state) % 60, h = 12 + NextRandom(state) % 50;
+    TestPicture reference = Make(pattern, w, h, state);
+    TestPicture current = Make(round % 3 == 0 ? pattern : NOISE, w + NextRandom(state) % 7 - 3,
+                               h + NextRandom(state) % 7 - 3, state);
+    Settings = SettingsRecord{};
+    Settings.GridWidth = 3 + NextRandom(state) % 12;
+    Settings.SearchWidth = NextRandom(state) % 9;
+    int32_t range = NextRandom(state) % 4;
+    Settings.BlockShiftMinX = Settings.BlockShiftMinY = -range;
+    Settings.BlockShiftMaxX = Settings.BlockShiftMaxY = range;
+    Settings.BlockShiftStep = steps[round % 6];
+    ForceKernelLevel(KERNEL_REFERENCE);
+    StageResult expected = RunStage(current.image, reference.image);
+    for (int level : Levels())
+      for (int threads = 1; threads <= 2; threads++) {
+        ASSERT_TRUE(ForceKernelLevel(level));
+        SetThreads(threads);
+        StageResult got = RunStage(current.image, reference.image);
+        std::string where = "seed " + std::to_string(SEED + 3) + " round " + std::to_string(round) +
+                            " level " + std::to_string(level) + " threads " + std::to_string(threads);
+        EXPECT_EQ(got.console, expected.console) << where;
+        EXPECT_TRUE(got.current == expected.current) << where;
+        EXPECT_TRUE(got.reference == expected.reference) << where;
+      }
+  }
+  ForceKernelLevel(KERNEL_REFERENCE);
+  Settings = SettingsRecord{};
 }
 
 // Scores that sit on both sides of float boundaries: the rule's winner is

@@ -135,27 +135,16 @@ float SearchBlockOffsetFast(float& dx, float& dy, int64_t bx, int64_t by,
   return best;
 }
 
-// Patch row j, columns first .. first + n - 1, sampled at offset (ox, oy)
-// exactly as the reference fractional search samples it.
-static void SampleSubpixelRow(int64_t bx, int64_t by, float ox, float oy, int64_t j,
-                              int64_t first, int64_t n, unsigned char* out) {
-  double ry = (double)j - oy;
-  double wholeY = std::trunc(ry);
-  for (int64_t i = first; i < first + n; i++, out += 4) {
-    double rx = (double)i - ox;
-    double wholeX = std::trunc(rx);
-    FetchBlended(Current, bx + (int64_t)wholeX, by + (int64_t)wholeY, rx - wholeX, ry - wholeY,
-                 out);
-  }
-}
-
 static double SubpixelTrial(const Image& reference, const Overlap& overlap, int64_t bx,
                             int64_t by, float ox, float oy, unsigned char* row, double lowest) {
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
   float bound = AbandonBound(lowest);
   ScoreTotals totals = {0, 0, 0};
   for (int64_t r = 0; r < overlap.rows; r++) {
-    SampleSubpixelRow(bx, by, ox, oy, overlap.by + r, overlap.bx, overlap.columns, row);
+    double ry = (double)(overlap.by + r) - oy;
+    double wholeY = std::trunc(ry);
+    Kernels.SampleBlockRow(Current, bx, by + (int64_t)wholeY, ry - wholeY, ox, overlap.bx,
+                           overlap.columns, row);
     const unsigned char* p =
         reference.pixels + ((overlap.ay + r) * reference.width + overlap.ax) * 4;
     PairSums run;

@@ -8,6 +8,15 @@
 #include "run/run_state.h"
 #include "run/settings.h"
 
+void SampleBlockRowReference(const Image& source, int64_t bx, int64_t y, double wy, float ox,
+                             int64_t first, int64_t n, unsigned char* out) {
+  for (int64_t i = first; i < first + n; i++, out += 4) {
+    double rx = (double)i - ox;
+    double wholeX = std::trunc(rx);
+    FetchBlended(source, bx + (int64_t)wholeX, y, rx - wholeX, wy, out);
+  }
+}
+
 // Patch pixel (i, j) samples Current at the real position (bx + i - ox,
 // by + j - oy): whole parts truncated from i - ox and j - oy, so the weights
 // are negative where those are.
@@ -16,12 +25,8 @@ static void SamplePatch(Image& patch, int64_t bx, int64_t by, float ox, float oy
   for (int64_t j = 0; j < side; j++) {
     double ry = (double)j - oy;
     double wholeY = std::trunc(ry);
-    for (int64_t i = 0; i < side; i++) {
-      double rx = (double)i - ox;
-      double wholeX = std::trunc(rx);
-      FetchBlended(Current, bx + (int64_t)wholeX, by + (int64_t)wholeY, rx - wholeX, ry - wholeY,
-                   patch.pixels + (j * side + i) * 4);
-    }
+    SampleBlockRowReference(Current, bx, by + (int64_t)wholeY, ry - wholeY, ox, 0, side,
+                            patch.pixels + j * side * 4);
   }
 }
 

@@ -1,7 +1,7 @@
 #include "register/kernels.h"
 
 KernelTable Kernels = {KERNEL_REFERENCE, SumPairsReference, SampleRotatedRowReference,
-                       TransformRowReference};
+                       TransformRowReference, SampleBlockRowReference};
 
 #if defined(__x86_64__) || defined(__i386__)
 #define KELVARION_X86 1
@@ -25,6 +25,7 @@ static void FillTable(int level) {
   Kernels.SumPairs = SumPairsReference;
   Kernels.SampleRotatedRow = SampleRotatedRowReference;
   Kernels.TransformRow = TransformRowReference;
+  Kernels.SampleBlockRow = SampleBlockRowReference;
 #if KELVARION_X86
   if (level >= KERNEL_SSE2) {
     Kernels.level = KERNEL_SSE2;
@@ -35,6 +36,7 @@ static void FillTable(int level) {
     Kernels.SumPairs = SumPairsAvx2;
     Kernels.SampleRotatedRow = SampleRotatedRowAvx2;
     Kernels.TransformRow = TransformRowAvx2;
+    Kernels.SampleBlockRow = SampleBlockRowAvx2;
   }
 #endif
 }

@@ -45,11 +45,18 @@ typedef void (*RotatedRowKernel)(const Image& source, float c, float s, int64_t 
 typedef void (*TransformRowKernel)(const Image& source, double c, double s, float dx, float dy,
                                    int64_t u0, int64_t v, int64_t n, unsigned char* out);
 
+// Writes the n pixels i = first .. first + n - 1 of a row of the fractional
+// block search's patch: source around (bx + trunc(i - ox), y) blended with
+// weights (i - ox - trunc(i - ox), wy), as FetchBlended does.
+typedef void (*BlockRowKernel)(const Image& source, int64_t bx, int64_t y, double wy, float ox,
+                               int64_t first, int64_t n, unsigned char* out);
+
 struct KernelTable {
   int level;  // the KernelLevel in force
   PairSumsKernel SumPairs;
   RotatedRowKernel SampleRotatedRow;
   TransformRowKernel TransformRow;
+  BlockRowKernel SampleBlockRow;
 };
 
 // The kernels in force; the reference ones until SelectKernels is called.
@@ -68,6 +75,11 @@ void TransformRowReference(const Image& source, double c, double s, float dx, fl
                            int64_t v, int64_t n, unsigned char* out);
 void TransformRowAvx2(const Image& source, double c, double s, float dx, float dy, int64_t u0,
                       int64_t v, int64_t n, unsigned char* out);
+
+void SampleBlockRowReference(const Image& source, int64_t bx, int64_t y, double wy, float ox,
+                             int64_t first, int64_t n, unsigned char* out);
+void SampleBlockRowAvx2(const Image& source, int64_t bx, int64_t y, double wy, float ox,
+                        int64_t first, int64_t n, unsigned char* out);
 
 // Whether this processor (and this build) can run the kernels of level.
 bool KernelLevelAvailable(int level);

@@ -1,0 +1,127 @@
+// The resampling row kernels against their references: random and extreme
+// pictures, fractions that are not binary (where a blend evaluated in another
+// order or with a fused multiply-add lands on the other side of an integer),
+// rows reaching past every edge, guard bytes around every output. The seed is
+// printed on a failure; KELVARION_CHECK_SEED replays another.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "register/kernels.h"
+#include "test_pictures.h"
+
+namespace {
+
+const int GUARD = 64;
+const unsigned char GUARD_BYTE = 0xA5;
+
+uint32_t Seed() {
+  const char* text = getenv("KELVARION_CHECK_SEED");
+  return text != nullptr ? (uint32_t)strtoul(text, nullptr, 10) : 7u;
+}
+
+// One in four pictures flat (every blend should give back the same byte), one
+// in eight all 0 or all 255, the others random.
+TestPicture Source(uint32_t& state) {
+  int32_t w = 1 + NextRandom(state) % 40, h = 1 + NextRandom(state) % 30;
+  TestPicture picture = MakePicture(w, h, NextRandom(state) % (w + 1), NextRandom(state) % (h + 1));
+  uint32_t kind = NextRandom(state) % 8;
+  if (kind == 3) kind = 0;
+  unsigned char flat = (unsigned char)(NextRandom(state) % 256);
+  for (unsigned char& byte : picture.bytes) {
+    if (kind == 0) byte = flat;
+    else if (kind == 1) byte = (NextRandom(state) % 2) * 255;
+    else if (kind == 2) byte = 255;
+    else byte = (unsigned char)(NextRandom(state) % 256);
+  }
+  return picture;
+}
+
+double Fraction(uint32_t& state) {
+  const double nasty[] = {0.1, 0.3, 0.7, 0.9, 1.0 / 3, 2.0 / 3, 0.5, 0.25, 0.0, 0.999999};
+  double value = NextRandom(state) % 2 ? nasty[NextRandom(state) % 10] : (NextRandom(state) % 100000) / 1e5;
+  return NextRandom(state) % 4 == 0 ? -value : value;
+}
+
+struct RowCase {
+  TestPicture source;
+  int64_t u0, v, n;
+  float c, s, dx, dy, ox;
+  double wy;
+};
+
+RowCase MakeCase(uint32_t& state) {
+  RowCase k{Source(state), 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  k.n = NextRandom(state) % 37;
+  k.u0 = (int64_t)(NextRandom(state) % 70) - 45;
+  k.v = (int64_t)(NextRandom(state) % 50) - 25;
+  float angle = NextRandom(state) % 3 == 0 ? 0.0f : (float)Fraction(state);
+  k.c = (float)cos((double)angle);
+  k.s = (float)sin((double)angle);
+  k.dx = (float)((int)(NextRandom(state) % 9) - 4);
+  k.dy = (float)((int)(NextRandom(state) % 9) - 4);
+  k.ox = (float)((int)(NextRandom(state) % 7) - 3 + Fraction(state));
+  k.wy = Fraction(state);
+  return k;
+}
+
+// Calls the kernel of the given level for a case, writing n pixels at out.
+typedef void (*RunKernel)(int level, const RowCase& k, unsigned char* out);
+
+void RunRotated(int level, const RowCase& k, unsigned char* out) {
+  RotatedRowKernel kernel = level == KERNEL_AVX2 ? SampleRotatedRowAvx2 : SampleRotatedRowReference;
+  kernel(k.source.image, k.c, k.s, k.u0, k.v, k.n, out);
+}
+
+void RunTransform(int level, const RowCase& k, unsigned char* out) {
+  TransformRowKernel kernel = level == KERNEL_AVX2 ? TransformRowAvx2 : TransformRowReference;
+  // Half the cases turn by a double angle, whose positions carry more bits.
+  bool turned = k.v % 2 != 0;
+  double c = turned ? cos((double)k.ox) : (double)k.c;
+  double s = turned ? sin((double)k.ox) : (double)k.s;
+  kernel(k.source.image, c, s, k.dx + (float)k.wy, k.dy + k.ox, k.u0, k.v, k.n, out);
+}
+
+void RunBlockRow(int level, const RowCase& k, unsigned char* out) {
+  BlockRowKernel kernel = level == KERNEL_AVX2 ? SampleBlockRowAvx2 : SampleBlockRowReference;
+  kernel(k.source.image, k.u0 / 3, k.v / 2, k.wy, k.ox, k.u0 % 5, k.n, out);
+}
+
+struct KernelRow {
+  const char* name;
+  RunKernel run;
+  int level;  // the twin's level
+};
+
+TEST(RowKernelAgreement, TwinsWriteTheReferenceBytes) {
+  const KernelRow kernels[] = {
+      {"rotated row", RunRotated, KERNEL_AVX2},
+      {"transform row", RunTransform, KERNEL_AVX2},
+      {"block row", RunBlockRow, KERNEL_AVX2},
+  };
+  uint32_t seed = Seed();
+  for (const KernelRow& kernel : kernels) {
+    if (!KernelLevelAvailable(kernel.level)) continue;
+    uint32_t state = seed;
+    for (int round = 0; round < 20000; round++) {
+      RowCase k = MakeCase(state);
+      std::vector<unsigned char> expected(k.n * 4 + 2 * GUARD, GUARD_BYTE);
+      std::vector<unsigned char> got(expected.size(), GUARD_BYTE);
+      std::vector<unsigned char> before = k.source.bytes;
+      kernel.run(KERNEL_REFERENCE, k, expected.data() + GUARD);
+      kernel.run(kernel.level, k, got.data() + GUARD);
+      ASSERT_EQ(k.source.bytes, before) << kernel.name << ": the source was written";
+      for (size_t i = 0; i < got.size(); i++)
+        ASSERT_EQ(got[i], expected[i])
+            << kernel.name << ", level " << kernel.level << ", seed " << seed << ", round " << round
+            << ", byte " << (long)i - GUARD << " (pixel " << ((long)i - GUARD) / 4 << " of " << k.n
+            << "), source " << k.source.image.width << " x " << k.source.image.height
+            << ((i < GUARD || i >= got.size() - GUARD) ? " (guard byte)" : "");
+    }
+  }
+}
+
+}  // namespace
