@@ -145,6 +145,9 @@ static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
   for (int t = 0; t < threads; t++) {
     scratch[t].patch = AllocatePixels(side, side);
     scratch[t].row = AllocatePixels(side, 1);
+    scratch[t].order = new (std::nothrow) int64_t[(size_t)side];
+    scratch[t].energy = new (std::nothrow) uint64_t[(size_t)side];
+    if (scratch[t].order == nullptr || scratch[t].energy == nullptr) OutOfMemory();
   }
   int64_t columns = field.columns;
   int64_t stars = 0;
@@ -171,6 +174,8 @@ static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
   for (int t = 0; t < threads; t++) {
     delete[] scratch[t].patch;
     delete[] scratch[t].row;
+    delete[] scratch[t].order;
+    delete[] scratch[t].energy;
   }
   delete[] scratch;
 }

@@ -23,10 +23,13 @@ struct BlockOffsets {
 bool ListBlockOffsets(BlockOffsets& offsets, bool wholeStep, int64_t limit);
 void ReleaseBlockOffsets(BlockOffsets& offsets);
 
-// One thread's buffers: the patch and one sampled row.
+// One thread's buffers: the patch, one sampled row, and the order in which
+// the patch rows are visited.
 struct BlockScratch {
   unsigned char* patch;
   unsigned char* row;
+  int64_t* order;
+  uint64_t* energy;
 };
 
 float SearchBlockOffsetFast(float& dx, float& dy, int64_t bx, int64_t by,
