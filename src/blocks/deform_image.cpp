@@ -1,10 +1,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
 #include "register/kernels.h"
+#include "run/fatal_error.h"
 
 // Where a pixel coordinate falls between the block points, which sit at
 // k * cell + cell / 2 (the half taken as a real number): block index, weight
@@ -67,13 +69,21 @@ Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidt
     return result;
   }
 
+  // Where each column falls in the field does not depend on the row: the
+  // fast path places the columns once.
+  bool fast = Kernels.level != KERNEL_REFERENCE;
+  FieldPlace* columns = fast ? new (std::nothrow) FieldPlace[(size_t)width] : nullptr;
+  if (fast && columns == nullptr) OutOfMemory();
+  if (fast)
+    for (int64_t x = 0; x < width; x++) columns[x] = PlaceInField(x, cellWidth, field.columns);
+
   // Each pixel depends on its own position only: the fast path shares rows
   // among threads.
-#pragma omp parallel for schedule(static) if (Kernels.level != KERNEL_REFERENCE)
+#pragma omp parallel for schedule(static) if (fast)
   for (int64_t y = 0; y < height; y++) {
     FieldPlace row = PlaceInField(y, cellHeight, field.rows);
     for (int64_t x = 0; x < width; x++) {
-      FieldPlace column = PlaceInField(x, cellWidth, field.columns);
+      FieldPlace column = fast ? columns[x] : PlaceInField(x, cellWidth, field.columns);
       // Sub-pixel offsets are kept as 32-bit floats.
       float offsetX = (float)BlendField(field.dx, field.columns, column, row);
       float offsetY = (float)BlendField(field.dy, field.columns, column, row);
@@ -81,5 +91,6 @@ Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidt
                  result.pixels + (y * width + x) * 4);
     }
   }
+  delete[] columns;
   return result;
 }

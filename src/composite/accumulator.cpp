@@ -4,6 +4,7 @@
 #include <new>
 
 #include "composite/composite.h"
+#include "register/kernels.h"
 #include "run/fatal_error.h"
 #include "run/run_state.h"
 
@@ -32,6 +33,8 @@ void AccumulateComposite(const Image& image) {
   int64_t xBegin = dx < 0 ? -dx : 0;
   int64_t xEnd = (int64_t)image.width - dx;
   if (xEnd > Reference.width) xEnd = Reference.width;
+  // Rows of the sum are disjoint: the fast path shares them among threads.
+#pragma omp parallel for schedule(static) if (Kernels.level != KERNEL_REFERENCE)
   for (int64_t y = 0; y < Reference.height; y++) {
     int64_t sy = y + dy;
     if (sy < 0 || sy >= image.height) continue;
