@@ -24,9 +24,10 @@ void SampleBilinear(const Image& source, double sx, double sy, unsigned char* ou
 Image RotatedPatch(const Image& source, int32_t width, int32_t height, float theta);
 
 // MatchScore(RotatedPatch(source, width, height, theta), fixed), computed
-// without building the patch.
+// without building the patch; infinity, without finishing, once the score is
+// known to reach abandonAt (pass infinity for the score itself).
 double RotatedPatchScore(const Image& source, int32_t width, int32_t height, float theta,
-                         const Image& fixed);
+                         const Image& fixed, double abandonAt);
 
 // Copy scaled by factor (positive), bilinear. The caller owns the returned pixels.
 Image ScaleImage(const Image& source, float factor);

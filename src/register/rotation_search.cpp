@@ -81,9 +81,12 @@ static void CoarsePhase(CoarseBest& best) {
   }
 }
 
-static float FullPatchScore(float angle) {
+// abandonAt: a score known to reach it may come back as infinity, since the
+// caller only asks whether it is below.
+static float FullPatchScore(float angle, float abandonAt) {
   if (Kernels.level != KERNEL_REFERENCE)
-    return (float)RotatedPatchScore(Current, Current.width, Current.height, angle, Reference);
+    return (float)RotatedPatchScore(Current, Current.width, Current.height, angle, Reference,
+                                    abandonAt);
   Image patch = RotatedPatch(Current, Current.width, Current.height, angle);
   float score = (float)MatchScore(patch, Reference);
   ReleasePixels(patch);
@@ -104,8 +107,10 @@ static float RefineAngle(float bestAngle) {
     float twice = (float)(2.0 * width);
     float twoThirds = (float)((double)twice * ONE_THIRD);
     float a2 = (float)((double)lo + twoThirds);
-    float s1 = FullPatchScore(a1);
-    float s2 = FullPatchScore(a2);
+    float s1 = FullPatchScore(a1, INFINITY);
+    // s2 only has to be compared with s1: a double score at or above the
+    // float s1 rounds to a float that is not below it.
+    float s2 = FullPatchScore(a2, s1);
     if (s2 < s1) {
       lo = a1;
       bestAngle = a1;
