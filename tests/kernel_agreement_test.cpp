@@ -1,8 +1,8 @@
-// The resampling row kernels against their references: random and extreme
-// pictures, fractions that are not binary (where a blend evaluated in another
-// order or with a fused multiply-add lands on the other side of an integer),
-// rows reaching past every edge, guard bytes around every output. The seed is
-// printed on a failure; KELVARION_CHECK_SEED replays another.
+// Every vector twin against its reference, one instruction set at a time:
+// seeded random inputs with a share of extreme ones, every width up to three
+// vector widths and beyond, unaligned buffers, guard bytes around every
+// output. The seed is printed on a failure; KELVARION_CHECK_SEED replays
+// another.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -96,7 +96,7 @@ struct KernelRow {
   int level;  // the twin's level
 };
 
-TEST(RowKernelAgreement, TwinsWriteTheReferenceBytes) {
+TEST(KernelAgreement, ResamplingRowsWriteTheReferenceBytes) {
   const KernelRow kernels[] = {
       {"rotated row", RunRotated, KERNEL_AVX2},
       {"transform row", RunTransform, KERNEL_AVX2},
@@ -121,6 +121,88 @@ TEST(RowKernelAgreement, TwinsWriteTheReferenceBytes) {
             << "), source " << k.source.image.width << " x " << k.source.image.height
             << ((i < GUARD || i >= got.size() - GUARD) ? " (guard byte)" : "");
     }
+  }
+}
+
+// Pair sums: 1 in 8 inputs extreme (all 0, all 255, all empty, alternating or
+// one-sided empty weights, weights 1 and 127, maximal differences).
+void FillPairs(std::vector<unsigned char>& a, std::vector<unsigned char>& b, uint32_t& state) {
+  uint32_t kind = NextRandom(state) % 16;
+  for (size_t i = 0; i < a.size(); i++) {
+    bool weight = i % 4 == 3;
+    unsigned char x = (unsigned char)NextRandom(state), y = (unsigned char)NextRandom(state);
+    switch (kind) {
+      case 0: x = y = 0; break;
+      case 1: x = y = 255; break;
+      case 2: if (weight) x = y = 0; break;
+      case 3: if (weight) x = (i / 4) % 2 ? 0 : 255, y = (i / 8) % 2 ? 255 : 0; break;
+      case 4: if (weight) x = 0; break;
+      case 5: if (weight) y = 0; break;
+      case 6: if (weight) x = 1, y = 127; break;
+      case 7: x = weight ? 255 : 0, y = 255; break;
+      default: if (weight && NextRandom(state) % 4 == 0) x = 0;
+    }
+    a[i] = x;
+    b[i] = y;
+  }
+}
+
+struct GuardedSums {
+  unsigned char before[GUARD];
+  PairSums sums;
+  unsigned char after[GUARD];
+};
+
+TEST(KernelAgreement, PairSumsEqualTheReference) {
+  struct Twin {
+    const char* name;
+    int level;
+    PairSumsKernel kernel;
+  } twins[] = {{"SSE2", KERNEL_SSE2, SumPairsSse2}, {"AVX2", KERNEL_AVX2, SumPairsAvx2}};
+  uint32_t seed = Seed();
+  for (const Twin& twin : twins) {
+    if (!KernelLevelAvailable(twin.level)) continue;
+    ASSERT_TRUE(ForceKernelLevel(twin.level));
+    uint32_t state = seed;
+    for (int round = 0; round < 4000; round++) {
+      int64_t n = round < 3000 ? round % 26 : (int64_t[]){100, 1000, 4099, 333}[round % 4];
+      size_t offset = NextRandom(state) % 32;  // any byte alignment
+      std::vector<unsigned char> a(offset + n * 4), b(offset + n * 4 + 7);
+      FillPairs(a, b, state);
+      std::vector<unsigned char> a0 = a, b0 = b;
+      PairSums expected;
+      SumPairsReference(a.data() + offset, b.data() + offset + 7, n, &expected);
+      for (PairSumsKernel kernel : {twin.kernel, Kernels.SumPairs}) {
+        GuardedSums got;
+        memset(&got, GUARD_BYTE, sizeof got);
+        kernel(a.data() + offset, b.data() + offset + 7, n, &got.sums);
+        ASSERT_TRUE(got.sums.s1 == expected.s1 && got.sums.s2 == expected.s2 &&
+                    got.sums.empty == expected.empty)
+            << twin.name << ", seed " << seed << ", round " << round << ", n " << n << ", offset "
+            << offset << ": S1 " << got.sums.s1 << " / " << expected.s1 << ", S2 " << got.sums.s2
+            << " / " << expected.s2 << ", empty " << got.sums.empty << " / " << expected.empty;
+        for (int g = 0; g < GUARD; g++)
+          ASSERT_TRUE(got.before[g] == GUARD_BYTE && got.after[g] == GUARD_BYTE) << twin.name;
+        ASSERT_TRUE(a == a0 && b == b0) << twin.name << ": an input was written";
+      }
+    }
+  }
+  ForceKernelLevel(KERNEL_REFERENCE);
+}
+
+// The longest run a kernel takes, every pair at the largest v: S2 near 2^58.
+TEST(KernelAgreement, PairSumsHoldTheLongestRun) {
+  std::vector<unsigned char> a((size_t)MAX_RUN_PAIRS * 4, 0), b(a.size(), 255);
+  for (size_t i = 3; i < a.size(); i += 4) a[i] = 255;
+  const uint64_t v = 585225;
+  for (PairSumsKernel kernel : {SumPairsReference, SumPairsSse2, SumPairsAvx2}) {
+    if (kernel == SumPairsAvx2 && !KernelLevelAvailable(KERNEL_AVX2)) continue;
+    if (kernel == SumPairsSse2 && !KernelLevelAvailable(KERNEL_SSE2)) continue;
+    PairSums sums;
+    kernel(a.data(), b.data(), MAX_RUN_PAIRS, &sums);
+    EXPECT_EQ(sums.s1, v * (uint64_t)MAX_RUN_PAIRS);
+    EXPECT_EQ(sums.s2, v * v * (uint64_t)MAX_RUN_PAIRS);
+    EXPECT_EQ(sums.empty, 0u);
   }
 }
 
