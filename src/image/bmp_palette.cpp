@@ -18,11 +18,11 @@ bool ReadPalette(Palette& palette, FILE* file, int64_t fileSize, int64_t start,
 void DecodePaletteRow(const Palette& palette, const unsigned char* row, int32_t width,
                       unsigned char* pixels) {
   static const unsigned char BLACK[3] = {0, 0, 0};
-  for (int32_t x = 0; x < width; x++) {
+  for (int64_t x = 0; x < width; x++, pixels += 4) {
     const unsigned char* entry = row[x] < palette.count ? palette.entries + 4 * row[x] : BLACK;
-    pixels[4 * x] = entry[0];
-    pixels[4 * x + 1] = entry[1];
-    pixels[4 * x + 2] = entry[2];
-    pixels[4 * x + 3] = 255;
+    pixels[0] = entry[0];
+    pixels[1] = entry[1];
+    pixels[2] = entry[2];
+    pixels[3] = 255;
   }
 }

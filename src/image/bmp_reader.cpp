@@ -75,33 +75,42 @@ static bool RowsFitFile(int64_t offset, int64_t stride, int64_t rows, int64_t fi
   return rows <= (fileSize - offset) / stride;
 }
 
-static void DecodeRgbRow(const unsigned char* row, int32_t width, unsigned char* pixels) {
-  for (int32_t x = 0; x < width; x++) {
-    pixels[4 * x] = row[3 * x];
-    pixels[4 * x + 1] = row[3 * x + 1];
-    pixels[4 * x + 2] = row[3 * x + 2];
-    pixels[4 * x + 3] = 255;
+static void DecodeRgbRow(const unsigned char* row, int64_t width, unsigned char* pixels) {
+  for (int64_t x = 0; x < width; x++, row += 3, pixels += 4) {
+    pixels[0] = row[0];
+    pixels[1] = row[1];
+    pixels[2] = row[2];
+    pixels[3] = 255;
   }
 }
 
+static void DecodeRow(const BmpHeader& header, const Palette& palette, int32_t rows, int32_t r,
+                      const unsigned char* row, unsigned char* pixels) {
+  int64_t memoryRow = header.height < 0 ? r : (int64_t)rows - 1 - r;
+  unsigned char* target = pixels + memoryRow * header.width * 4;
+  if (header.depth == 8)
+    DecodePaletteRow(palette, row, header.width, target);
+  else
+    DecodeRgbRow(row, header.width, target);
+}
+
+// All rows in one read when memory allows (the size was checked against the
+// file), else one row at a time.
 static void ReadRows(FILE* file, const char* path, const BmpHeader& header, const Palette& palette,
                      int64_t stride, int32_t rows, unsigned char* pixels) {
-  unsigned char* row = new (std::nothrow) unsigned char[(size_t)stride];
-  if (row == nullptr) {
-    printf("Erreur : pas assez de memoire \n");
-    FatalError();
-  }
+  int64_t total = stride * rows;
+  unsigned char* data = new (std::nothrow) unsigned char[(size_t)total];
+  int32_t rowsPerRead = data != nullptr ? rows : 1;
+  if (data == nullptr) data = new (std::nothrow) unsigned char[(size_t)stride];
+  if (data == nullptr) OutOfMemory();
   if (fseeko(file, (off_t)header.dataOffset, SEEK_SET) != 0) RefuseTruncated(path);
-  for (int32_t r = 0; r < rows; r++) {
-    if (fread(row, 1, (size_t)stride, file) != (size_t)stride) RefuseTruncated(path);
-    int32_t memoryRow = header.height < 0 ? r : rows - 1 - r;
-    unsigned char* target = pixels + (int64_t)memoryRow * header.width * 4;
-    if (header.depth == 8)
-      DecodePaletteRow(palette, row, header.width, target);
-    else
-      DecodeRgbRow(row, header.width, target);
+  for (int32_t r = 0; r < rows; r += rowsPerRead) {
+    size_t bytes = (size_t)(stride * rowsPerRead);
+    if (fread(data, 1, bytes, file) != bytes) RefuseTruncated(path);
+    for (int32_t k = 0; k < rowsPerRead; k++)
+      DecodeRow(header, palette, rows, r + k, data + stride * k, pixels);
   }
-  delete[] row;
+  delete[] data;
 }
 
 int LoadImage(Image& image, const char* path) {
