@@ -4,12 +4,13 @@
 // reference's operations in the reference's order ((x0 + c u) - s v and
 // (y0 + s u) + c v, the products s v and c v being the same for the whole
 // row), truncated, tested against the source as doubles, and the pixels
-// fetched with one masked gather; a lane outside the source gets 0. Pixel
+// fetched with plain loads; a lane outside the source gets 0. Pixel
 // indices go through 32-bit lanes, so sources of 2^31 pixels or more, and the
 // last n mod 4 pixels, take the reference.
 #include <immintrin.h>
 
 #include <cstdint>
+#include <cstring>
 
 #include "register/kernels.h"
 
@@ -27,8 +28,7 @@ void SampleRotatedRowAvx2(const Image& source, float c, float s, int64_t u0, int
     const __m256d height = _mm256_set1_pd((double)source.height);
     const __m256d zero = _mm256_setzero_pd();
     const __m256d four = _mm256_set1_pd(4.0);
-    const __m256i evenLanes = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
-    const int* pixels = (const int*)source.pixels;
+    const uint32_t* pixels = (const uint32_t*)source.pixels;
     __m256d u = _mm256_setr_pd((double)u0, (double)(u0 + 1), (double)(u0 + 2), (double)(u0 + 3));
     for (; done + 4 <= n; done += 4) {
       __m256d sx = _mm256_sub_pd(_mm256_add_pd(x0, _mm256_mul_pd(cs, u)), sv);
@@ -38,12 +38,14 @@ void SampleRotatedRowAvx2(const Image& source, float c, float s, int64_t u0, int
       __m256d inside = _mm256_and_pd(
           _mm256_and_pd(_mm256_cmp_pd(sx, zero, _CMP_GE_OQ), _mm256_cmp_pd(sx, width, _CMP_LT_OQ)),
           _mm256_and_pd(_mm256_cmp_pd(sy, zero, _CMP_GE_OQ), _mm256_cmp_pd(sy, height, _CMP_LT_OQ)));
-      // Lanes outside may hold any index: the masked gather does not read them.
-      __m128i index = _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(sy, width), sx));
-      __m128i mask = _mm256_castsi256_si128(
-          _mm256_permutevar8x32_epi32(_mm256_castpd_si256(inside), evenLanes));
-      __m128i fetched = _mm_mask_i32gather_epi32(_mm_setzero_si128(), pixels, index, mask, 4);
-      _mm_storeu_si128((__m128i*)(out + done * 4), fetched);
+      // Four plain loads: on some processors they beat one gather by far.
+      // Lanes outside may hold any index and are never read.
+      alignas(16) int32_t index[4];
+      _mm_store_si128((__m128i*)index, _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(sy, width), sx)));
+      int lanes = _mm256_movemask_pd(inside);
+      uint32_t fetched[4];
+      for (int k = 0; k < 4; k++) fetched[k] = (lanes >> k & 1) != 0 ? pixels[index[k]] : 0;
+      memcpy(out + done * 4, fetched, sizeof fetched);
       u = _mm256_add_pd(u, four);
     }
   }
