@@ -131,6 +131,7 @@ static double RunFrame(const std::string& source, const std::string& result, boo
 static void RunMode(Mode mode, const BenchConfig& config, const std::string& dir, int frames,
                     bool blocksOnly, int fd) {
   if (freopen("/dev/null", "w", stdout) == nullptr) _exit(1);
+  KeepLargeBuffers();  // as the program does
   if (mode == REFERENCE)
     ForceKernelLevel(KERNEL_REFERENCE);
   else

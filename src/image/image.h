@@ -21,6 +21,10 @@ struct Image {
 // the run through FatalError. The caller owns the array (ReleasePixels).
 unsigned char* AllocatePixels(int64_t width, int64_t height);
 
+// Asks the allocator to keep released picture arrays for reuse rather than
+// hand them back to the system. Called once at start-up.
+void KeepLargeBuffers();
+
 // Releases the record's pixel array and leaves pixels null.
 void ReleasePixels(Image& image);
 

@@ -2,6 +2,10 @@
 #include <cstdio>
 #include <new>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "image/image.h"
 #include "run/fatal_error.h"
 
@@ -22,4 +26,14 @@ unsigned char* AllocatePixels(int64_t width, int64_t height) {
 void ReleasePixels(Image& image) {
   delete[] image.pixels;
   image.pixels = nullptr;
+}
+
+void KeepLargeBuffers() {
+#ifdef __GLIBC__
+  // Every picture is a large array allocated and released once per frame.
+  // Kept in the heap instead of being mapped and unmapped each time, their
+  // pages are not faulted in and cleared again for every frame.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+#endif
 }

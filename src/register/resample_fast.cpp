@@ -7,6 +7,7 @@
 // +0, which gives p00 exactly, so the copy is the same byte.
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "register/kernels.h"
@@ -25,12 +26,46 @@ static inline void SampleBilinearFast(const Image& source, double sx, double sy,
   SampleBilinear(source, sx, sy, out);
 }
 
+// Turned by exactly 0 (C = 1, S = 0) and moved by whole pixels, every
+// position is a whole number: each term of the position is exact, its float
+// is exact below 2^24, and a blend with both fractions 0 gives p00. Output row
+// y is then a piece of one source row, with empty pixels around it.
+static bool IsWholeShift(const Image& source, const Image& result, double c, double s, float dx,
+                         float dy) {
+  const double limit = 1 << 22;
+  return c == 1.0 && s == 0.0 && dx == std::trunc(dx) && dy == std::trunc(dy) &&
+         std::fabs(dx) < limit && std::fabs(dy) < limit && std::abs(source.x0) < limit &&
+         std::abs(source.y0) < limit && std::abs(result.x0) < limit && std::abs(result.y0) < limit &&
+         result.width < limit && result.height < limit;
+}
+
+static void CopyShiftedRow(const Image& source, const Image& result, int64_t shiftX, int64_t sy,
+                           unsigned char* out) {
+  int64_t width = result.width;
+  memset(out, 0, (size_t)width * 4);
+  if (sy < 0 || sy >= source.height) return;
+  // Output column x shows source column x + shiftX.
+  int64_t first = shiftX < 0 ? -shiftX : 0;
+  int64_t end = source.width - shiftX < width ? source.width - shiftX : width;
+  if (first >= end) return;
+  memcpy(out + first * 4, source.pixels + (sy * source.width + first + shiftX) * 4,
+         (size_t)(end - first) * 4);
+}
+
 void TransformRowsFast(const Image& source, Image& result, double c, double s, float dx,
                        float dy) {
+  bool whole = IsWholeShift(source, result, c, s, dx, dy);
+  int64_t shiftX = (int64_t)source.x0 + (int64_t)dx - result.x0;
+  int64_t shiftY = (int64_t)source.y0 + (int64_t)dy - result.y0;
 #pragma omp parallel for schedule(static)
-  for (int64_t y = 0; y < result.height; y++)
-    Kernels.TransformRow(source, c, s, dx, dy, -(int64_t)result.x0, y - result.y0, result.width,
-                         result.pixels + y * (int64_t)result.width * 4);
+  for (int64_t y = 0; y < result.height; y++) {
+    unsigned char* out = result.pixels + y * (int64_t)result.width * 4;
+    if (whole)
+      CopyShiftedRow(source, result, shiftX, y + shiftY, out);
+    else
+      Kernels.TransformRow(source, c, s, dx, dy, -(int64_t)result.x0, y - result.y0, result.width,
+                           out);
+  }
 }
 
 void ScaleRowsFast(const Image& source, Image& copy, double g) {
