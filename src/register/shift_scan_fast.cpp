@@ -26,11 +26,22 @@
 #include "run/fatal_error.h"
 
 static const int64_t CHUNK = 2048;
-static const int64_t SPARSE_ROWS = 4;  // rows per candidate in the sparse pass
+static const int64_t PIECE = 64;         // pixels in a piece of a row
+static const int64_t SPARSE_PIECES = 16;  // pieces per candidate in the sparse pass
+static const double SCORE_WEIGHT = (double)(1.0f / 255.0f);
+static const double EMPTY_WEIGHT = (double)(0.5f * 0.01f);
 
-// The rows of the moving picture in the order they are visited.
-struct RowPlan {
-  int64_t* order;        // rows holding data, most textured first
+// Pieces of PIECE pixels of the rows of the moving picture, in the order they
+// are visited; rows without any data are left out of the pieces and counted.
+struct Piece {
+  int64_t row;
+  int64_t first;
+  int64_t end;
+  uint64_t texture;
+};
+
+struct PiecePlan {
+  Piece* pieces;         // most textured first
   int64_t count;
   int64_t* emptyBefore;  // [r]: rows without data among rows 0 .. r - 1
 };
@@ -38,21 +49,17 @@ struct RowPlan {
 template <typename T>
 static T* AllocateArray(int64_t count) {
   T* values = new (std::nothrow) T[(size_t)(count > 0 ? count : 1)];
-  if (values == nullptr) {
-    OutOfMemory();
-  }
+  if (values == nullptr) OutOfMemory();
   return values;
 }
 
-// Sum of v between horizontal neighbours that both hold data: where the row
-// has detail, a wrong placement costs most.
-static uint64_t RowTexture(const unsigned char* row, int64_t width, bool& hasData) {
+// Sum of v between horizontal neighbours that both hold data: where the
+// picture has detail, a wrong placement costs most.
+static uint64_t Texture(const unsigned char* p, int64_t n, bool& hasData) {
   uint64_t texture = 0;
-  hasData = false;
-  for (int64_t x = 0; x < width; x++) {
-    const unsigned char* p = row + x * 4;
+  for (int64_t x = 0; x < n; x++, p += 4) {
     if (p[3] != 0) hasData = true;
-    if (x + 1 == width || p[3] == 0 || p[7] == 0) continue;
+    if (x + 1 == n || p[3] == 0 || p[7] == 0) continue;
     int64_t db = (int64_t)p[4] - p[0];
     int64_t dg = (int64_t)p[5] - p[1];
     int64_t dr = (int64_t)p[6] - p[2];
@@ -61,26 +68,49 @@ static uint64_t RowTexture(const unsigned char* row, int64_t width, bool& hasDat
   return texture;
 }
 
-static RowPlan PlanRows(const Image& moving) {
+static PiecePlan PlanPieces(const Image& moving) {
   int64_t height = moving.height > 0 ? moving.height : 0;
-  RowPlan plan = {AllocateArray<int64_t>(height), 0, AllocateArray<int64_t>(height + 1)};
-  uint64_t* texture = AllocateArray<uint64_t>(height);
+  int64_t width = moving.width > 0 ? moving.width : 0;
+  int64_t perRow = (width + PIECE - 1) / PIECE;
+  PiecePlan plan = {AllocateArray<Piece>(height * perRow), 0, AllocateArray<int64_t>(height + 1)};
   plan.emptyBefore[0] = 0;
   for (int64_t y = 0; y < height; y++) {
     bool hasData = false;
-    texture[y] = RowTexture(moving.pixels + y * (int64_t)moving.width * 4, moving.width, hasData);
+    int64_t start = plan.count;
+    for (int64_t first = 0; first < width; first += PIECE) {
+      int64_t end = first + PIECE < width ? first + PIECE : width;
+      const unsigned char* p = moving.pixels + (y * width + first) * 4;
+      plan.pieces[plan.count++] = Piece{y, first, end, Texture(p, end - first, hasData)};
+    }
+    if (!hasData) plan.count = start;
     plan.emptyBefore[y + 1] = plan.emptyBefore[y] + (hasData ? 0 : 1);
-    if (hasData) plan.order[plan.count++] = y;
   }
-  std::stable_sort(plan.order, plan.order + plan.count,
-                   [texture](int64_t a, int64_t b) { return texture[a] > texture[b]; });
-  delete[] texture;
+  std::stable_sort(plan.pieces, plan.pieces + plan.count,
+                   [](const Piece& a, const Piece& b) { return a.texture > b.texture; });
   return plan;
 }
 
-static void ReleasePlan(RowPlan& plan) {
-  delete[] plan.order;
+static void ReleasePlan(PiecePlan& plan) {
+  delete[] plan.pieces;
   delete[] plan.emptyBefore;
+}
+
+// Adds the pairs of one piece, clipped to the overlap, to totals; returns
+// how many (0 when the piece lies outside it).
+static int64_t SumPiece(const Image& a, const Image& b, const Overlap& overlap, const Piece& piece,
+                     ScoreTotals& totals) {
+  int64_t r = piece.row - overlap.ay;
+  if (r < 0 || r >= overlap.rows) return 0;
+  int64_t first = piece.first > overlap.ax ? piece.first : overlap.ax;
+  int64_t end = overlap.ax + overlap.columns;
+  if (piece.end < end) end = piece.end;
+  if (first >= end) return 0;
+  const unsigned char* p = a.pixels + (piece.row * a.width + first) * 4;
+  const unsigned char* q = b.pixels + ((overlap.by + r) * b.width + first - overlap.ax + overlap.bx) * 4;
+  PairSums run;
+  Kernels.SumPairs(p, q, end - first, &run);
+  AddPairSums(totals, run);
+  return end - first;
 }
 
 static void LowerTo(std::atomic<double>& lowest, double score) {
@@ -98,7 +128,13 @@ static Image Placed(const Image& moving, int64_t dx, int64_t dy) {
 
 // The candidate's score, or ABANDONED_SCORE once it provably cannot win. A
 // completed score lowers the shared bound.
-static double ScoreWithBound(const Image& moving, const Image& fixed, const RowPlan& plan,
+//
+// The exact partial score costs a division; it is only formed once a cheap
+// estimate of it, the numerator against bound x count, comes within a hair of
+// the bound (both sides are within a few units in the last place of the
+// exact values, far inside the margin), so the decision is always the exact
+// one.
+static double ScoreWithBound(const Image& moving, const Image& fixed, const PiecePlan& plan,
                              int64_t dx, int64_t dy, std::atomic<double>& lowest) {
   Image placed = Placed(moving, dx, dy);
   Overlap overlap;
@@ -107,34 +143,35 @@ static double ScoreWithBound(const Image& moving, const Image& fixed, const RowP
   int64_t emptyRows = plan.emptyBefore[overlap.ay + overlap.rows] - plan.emptyBefore[overlap.ay];
   ScoreTotals totals = {0, 0, (uint64_t)emptyRows * (uint64_t)overlap.columns};
   float bound = AbandonBound(lowest.load(std::memory_order_relaxed));
+  double near = (double)bound * (double)count * (1.0 - 1e-9);
   for (int64_t k = 0; k < plan.count; k++) {
-    int64_t r = plan.order[k] - overlap.ay;
-    if (r < 0 || r >= overlap.rows) continue;
-    SumRow(placed, fixed, overlap, r, Kernels.SumPairs, totals);
-    if (ScoreFromTotals(totals, count) >= bound) return ABANDONED_SCORE;
+    if (SumPiece(placed, fixed, overlap, plan.pieces[k], totals) == 0) continue;
+    double estimate = (double)(uint64_t)totals.s2 * SCORE_WEIGHT + (double)totals.s1 +
+                      (double)totals.empty * EMPTY_WEIGHT;
+    if (estimate >= near && ScoreFromTotals(totals, count) >= bound) return ABANDONED_SCORE;
   }
   double score = ScoreFromTotals(totals, count);
   LowerTo(lowest, score);
   return score;
 }
 
-// Mean cost per pair over the first few visited rows: only a guess at which
-// candidate is good, never used as a score.
-static double SparseEstimate(const Image& moving, const Image& fixed, const RowPlan& plan,
+// Mean cost per pair over the first few visited pieces: only a guess at
+// which candidate is good, never used as a score.
+static double SparseEstimate(const Image& moving, const Image& fixed, const PiecePlan& plan,
                              int64_t dx, int64_t dy) {
   Image placed = Placed(moving, dx, dy);
   Overlap overlap;
   if (!FindOverlap(placed, fixed, overlap)) return INFINITY;
   ScoreTotals totals = {0, 0, 0};
   int64_t walked = 0;
-  for (int64_t k = 0; k < plan.count && walked < SPARSE_ROWS; k++) {
-    int64_t r = plan.order[k] - overlap.ay;
-    if (r < 0 || r >= overlap.rows) continue;
-    SumRow(placed, fixed, overlap, r, Kernels.SumPairs, totals);
-    walked++;
+  uint64_t pairs = 0;
+  for (int64_t k = 0; k < plan.count && walked < SPARSE_PIECES; k++) {
+    int64_t added = SumPiece(placed, fixed, overlap, plan.pieces[k], totals);
+    pairs += (uint64_t)added;
+    walked += added > 0 ? 1 : 0;
   }
-  if (walked == 0) return INFINITY;
-  return ScoreFromTotals(totals, (uint64_t)walked * (uint64_t)overlap.columns);
+  if (pairs == 0) return INFINITY;
+  return ScoreFromTotals(totals, pairs);
 }
 
 static bool OnGrid(const ShiftGrid& grid, int64_t dx, int64_t dy) {
@@ -152,7 +189,7 @@ static int64_t FillChunk(GridWalk& walk, ShiftCandidate* chunk) {
 // The candidate of the whole grid whose sparse estimate is lowest (first in
 // scan order on ties); false when no candidate overlaps.
 static bool SparseSeed(const Image& moving, const Image& fixed, const ShiftGrid& grid,
-                       const RowPlan& plan, ShiftCandidate* chunk, int64_t& seedDx,
+                       const PiecePlan& plan, ShiftCandidate* chunk, int64_t& seedDx,
                        int64_t& seedDy) {
   GridWalk walk = StartWalk(moving, fixed, grid);
   double bestEstimate = INFINITY;
@@ -177,7 +214,7 @@ static bool SparseSeed(const Image& moving, const Image& fixed, const ShiftGrid&
 void ScanShiftsFast(const Image& moving, const Image& fixed, const ShiftGrid& grid,
                     ShiftWinner& best, ScanMemory& memory) {
   best.moved = false;
-  RowPlan plan = PlanRows(moving);
+  PiecePlan plan = PlanPieces(moving);
   ShiftCandidate* chunk = AllocateArray<ShiftCandidate>(CHUNK);
   std::atomic<double> lowest(memory.lowest);
 
