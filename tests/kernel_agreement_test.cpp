@@ -59,6 +59,8 @@ RowCase MakeCase(uint32_t& state) {
   k.u0 = (int64_t)(NextRandom(state) % 70) - 45;
   k.v = (int64_t)(NextRandom(state) % 50) - 25;
   float angle = NextRandom(state) % 3 == 0 ? 0.0f : (float)Fraction(state);
+  // Angles so small that the positions need more than a double's bits.
+  if (NextRandom(state) % 4 == 0) angle *= 1e-20f;
   k.c = (float)cos((double)angle);
   k.s = (float)sin((double)angle);
   k.dx = (float)((int)(NextRandom(state) % 9) - 4);

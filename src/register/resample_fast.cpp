@@ -14,6 +14,8 @@
 #include "register/register.h"
 #include "register/resample_fast.h"
 
+static const int64_t BAND = 256;
+
 static inline void SampleBilinearFast(const Image& source, double sx, double sy,
                                       unsigned char* out) {
   double cellX = floor(sx);
@@ -57,14 +59,24 @@ void TransformRowsFast(const Image& source, Image& result, double c, double s, f
   bool whole = IsWholeShift(source, result, c, s, dx, dy);
   int64_t shiftX = (int64_t)source.x0 + (int64_t)dx - result.x0;
   int64_t shiftY = (int64_t)source.y0 + (int64_t)dy - result.y0;
+  if (whole) {
 #pragma omp parallel for schedule(static)
-  for (int64_t y = 0; y < result.height; y++) {
-    unsigned char* out = result.pixels + y * (int64_t)result.width * 4;
-    if (whole)
-      CopyShiftedRow(source, result, shiftX, y + shiftY, out);
-    else
-      Kernels.TransformRow(source, c, s, dx, dy, -(int64_t)result.x0, y - result.y0, result.width,
-                           out);
+    for (int64_t y = 0; y < result.height; y++)
+      CopyShiftedRow(source, result, shiftX, y + shiftY,
+                     result.pixels + y * (int64_t)result.width * 4);
+    return;
+  }
+  // A turned row runs across many source rows: bands of columns taken down
+  // the picture keep the source lines they read in cache.
+  int64_t bands = (result.width + BAND - 1) / BAND;
+  int64_t height = result.height;
+#pragma omp parallel for schedule(dynamic, 8)
+  for (int64_t k = 0; k < bands * height; k++) {
+    int64_t y = k % height;
+    int64_t first = k / height * BAND;
+    int64_t n = result.width - first < BAND ? result.width - first : BAND;
+    Kernels.TransformRow(source, c, s, dx, dy, first - result.x0, y - result.y0, n,
+                         result.pixels + (y * (int64_t)result.width + first) * 4);
   }
 }
 

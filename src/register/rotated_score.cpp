@@ -34,20 +34,24 @@ static int ThreadNumber() {
 #endif
 }
 
-// Sums of one sampled row of the patch against its row of fixed.
-static ScoreTotals RowTotals(const Image& source, const Image& fixed, const Image& patch,
-                             const Overlap& overlap, float c, float s, int64_t r,
-                             unsigned char* row) {
+// Columns of the patch taken together. A turned row runs across many rows of
+// the source; going down the patch one band of columns at a time keeps the
+// source lines it reads in cache from one row to the next. The sums do not
+// depend on the order.
+static const int64_t BAND = 256;
+
+// Sums of one band (columns first .. first + n - 1 of the overlap) of one
+// sampled row of the patch against its row of fixed; n <= BAND.
+static ScoreTotals BandTotals(const Image& source, const Image& fixed, const Image& patch,
+                              const Overlap& overlap, float c, float s, int64_t r, int64_t first,
+                              int64_t n, unsigned char* row) {
   ScoreTotals totals = {0, 0, 0};
   int64_t y = overlap.ay + r;
-  Kernels.SampleRotatedRow(source, c, s, overlap.ax - patch.x0, y - patch.y0, overlap.columns, row);
-  const unsigned char* q = fixed.pixels + ((overlap.by + r) * fixed.width + overlap.bx) * 4;
-  for (int64_t done = 0; done < overlap.columns; done += MAX_RUN_PAIRS) {
-    int64_t n = overlap.columns - done < MAX_RUN_PAIRS ? overlap.columns - done : MAX_RUN_PAIRS;
-    PairSums run;
-    Kernels.SumPairs(row + done * 4, q + done * 4, n, &run);
-    AddPairSums(totals, run);
-  }
+  Kernels.SampleRotatedRow(source, c, s, overlap.ax + first - patch.x0, y - patch.y0, n, row);
+  const unsigned char* q = fixed.pixels + ((overlap.by + r) * fixed.width + overlap.bx + first) * 4;
+  PairSums run;
+  Kernels.SumPairs(row, q, n, &run);
+  AddPairSums(totals, run);
   return totals;
 }
 
@@ -64,7 +68,8 @@ double RotatedPatchScore(const Image& source, int32_t width, int32_t height, flo
   float s = (float)sin((double)theta);
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
   int threads = ThreadCount();
-  int64_t rowBytes = overlap.columns * 4;
+  int64_t rowBytes = BAND * 4;
+  int64_t bands = (overlap.columns + BAND - 1) / BAND;
   unsigned char* rows = new (std::nothrow) unsigned char[(size_t)(rowBytes * threads)];
   ScoreTotals* partial = new (std::nothrow) ScoreTotals[(size_t)threads];
   if (rows == nullptr || partial == nullptr) OutOfMemory();
@@ -82,11 +87,13 @@ double RotatedPatchScore(const Image& source, int32_t width, int32_t height, flo
   std::atomic<bool> abandoned(false);
 
 #pragma omp parallel for schedule(dynamic, 8) num_threads(threads)
-  for (int64_t k = 0; k < evenRows; k++) {
+  for (int64_t k = 0; k < evenRows * bands; k++) {
     if (abandoned.load(std::memory_order_relaxed)) continue;
     int t = ThreadNumber();
-    ScoreTotals row = RowTotals(source, fixed, patch, overlap, c, s, firstEven + 2 * k,
-                                rows + rowBytes * t);
+    int64_t first = k / evenRows * BAND;
+    int64_t n = overlap.columns - first < BAND ? overlap.columns - first : BAND;
+    ScoreTotals row = BandTotals(source, fixed, patch, overlap, c, s, firstEven + 2 * (k % evenRows),
+                                 first, n, rows + rowBytes * t);
     if (!shared) {
       partial[t].s1 += row.s1;
       partial[t].s2 += row.s2;
