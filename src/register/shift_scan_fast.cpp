@@ -26,7 +26,8 @@
 #include "run/fatal_error.h"
 
 static const int64_t CHUNK = 2048;
-static const int64_t PIECE = 64;         // pixels in a piece of a row
+
+static const int64_t PIECE = 32;         // pixels in a piece of a row
 static const int64_t SPARSE_PIECES = 16;  // pieces per candidate in the sparse pass
 static const double SCORE_WEIGHT = (double)(1.0f / 255.0f);
 static const double EMPTY_WEIGHT = (double)(0.5f * 0.01f);
@@ -53,19 +54,23 @@ static T* AllocateArray(int64_t count) {
   return values;
 }
 
-// Sum of v between horizontal neighbours that both hold data: where the
-// picture has detail, a wrong placement costs most.
+// Spread of the piece's colours around their mean, weighted as in v: where
+// the picture varies most, a wrong placement costs most.
 static uint64_t Texture(const unsigned char* p, int64_t n, bool& hasData) {
-  uint64_t texture = 0;
+  int64_t count = 0, sum[3] = {0, 0, 0}, squares[3] = {0, 0, 0};
   for (int64_t x = 0; x < n; x++, p += 4) {
-    if (p[3] != 0) hasData = true;
-    if (x + 1 == n || p[3] == 0 || p[7] == 0) continue;
-    int64_t db = (int64_t)p[4] - p[0];
-    int64_t dg = (int64_t)p[5] - p[1];
-    int64_t dr = (int64_t)p[6] - p[2];
-    texture += (uint64_t)(db * db + 4 * (dg * dg + dr * dr));
+    if (p[3] == 0) continue;
+    hasData = true;
+    count++;
+    for (int c = 0; c < 3; c++) {
+      sum[c] += p[c];
+      squares[c] += (int64_t)p[c] * p[c];
+    }
   }
-  return texture;
+  if (count == 0) return 0;
+  int64_t spread[3];
+  for (int c = 0; c < 3; c++) spread[c] = squares[c] * count - sum[c] * sum[c];
+  return (uint64_t)((spread[0] + 4 * (spread[1] + spread[2])) / count);
 }
 
 static PiecePlan PlanPieces(const Image& moving) {
