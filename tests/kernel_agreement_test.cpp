@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "blocks/deform_row.h"
 #include "register/kernels.h"
 #include "test_pictures.h"
 
@@ -92,6 +93,26 @@ void RunBlockRow(int level, const RowCase& k, unsigned char* out) {
   kernel(k.source.image, k.u0 / 3, k.v / 2, k.wy, k.ox, k.u0 % 5, k.n, out);
 }
 
+// A field of a few blocks with offsets of a few pixels, some of them reaching
+// past the picture, over columns 1 .. 75.
+void RunDeformRow(int level, const RowCase& k, unsigned char* out) {
+  uint32_t state = (uint32_t)(k.u0 * 7919 + k.v * 104729 + k.n);
+  const int64_t columns = 1 + NextRandom(state) % 4, rows = 1 + NextRandom(state) % 3;
+  std::vector<float> dx(16), dy(16);
+  for (size_t i = 0; i < dx.size(); i++) {
+    dx[i] = (float)((int)(NextRandom(state) % 7) - 3 + Fraction(state));
+    dy[i] = (float)((int)(NextRandom(state) % 7) - 3 + Fraction(state));
+  }
+  BlockField field = {dx.data(), dy.data(), nullptr, (int32_t)columns, (int32_t)rows};
+  int64_t cell = 3 + NextRandom(state) % 9;
+  std::vector<FieldPlace> places(80);
+  for (int64_t x = 0; x < 80; x++) places[x] = PlaceInField(x, cell, columns);
+  DeformRowKernel kernel = level == KERNEL_AVX2 ? DeformRowAvx2 : DeformRowReference;
+  int64_t y = (k.v + 25) % (k.source.image.height + 4);
+  kernel(k.source.image, field, places.data(), PlaceInField(y, cell, rows), y, k.u0 % 20 + 20, k.n,
+         out);
+}
+
 struct KernelRow {
   const char* name;
   RunKernel run;
@@ -103,6 +124,7 @@ TEST(KernelAgreement, ResamplingRowsWriteTheReferenceBytes) {
       {"rotated row", RunRotated, KERNEL_AVX2},
       {"transform row", RunTransform, KERNEL_AVX2},
       {"block row", RunBlockRow, KERNEL_AVX2},
+      {"deformation row", RunDeformRow, KERNEL_AVX2},
   };
   uint32_t seed = Seed();
   for (const KernelRow& kernel : kernels) {

@@ -110,13 +110,13 @@ static double WholeTrial(const Image& reference, Image& patch, const int64_t* or
   Overlap overlap;
   if (!FindOverlap(reference, patch, overlap)) return NO_OVERLAP_SCORE;
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
-  float bound = AbandonBound(lowest);
+  BoundTest test = MakeBoundTest(AbandonBound(lowest), count);
   ScoreTotals totals = {0, 0, 0};
   for (int64_t k = 0; k < patch.height; k++) {
     int64_t r = order[k] - overlap.by;
     if (r < 0 || r >= overlap.rows) continue;
     SumRow(reference, patch, overlap, r, Kernels.SumPairs, totals);
-    if (ScoreFromTotals(totals, count) >= bound) return ABANDONED_SCORE;
+    if (ReachesBound(totals, test)) return ABANDONED_SCORE;
   }
   return ScoreFromTotals(totals, count);
 }
@@ -158,7 +158,7 @@ static double SubpixelTrial(const Image& reference, const Overlap& overlap, int6
                             int64_t by, float ox, float oy, const BlockScratch& scratch,
                             int64_t side, double lowest) {
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
-  float bound = AbandonBound(lowest);
+  BoundTest test = MakeBoundTest(AbandonBound(lowest), count);
   ScoreTotals totals = {0, 0, 0};
   unsigned char* row = scratch.row;
   for (int64_t k = 0; k < side; k++) {
@@ -173,7 +173,7 @@ static double SubpixelTrial(const Image& reference, const Overlap& overlap, int6
     PairSums run;
     Kernels.SumPairs(p, row, overlap.columns, &run);
     AddPairSums(totals, run);
-    if (ScoreFromTotals(totals, count) >= bound) return ABANDONED_SCORE;
+    if (ReachesBound(totals, test)) return ABANDONED_SCORE;
   }
   return ScoreFromTotals(totals, count);
 }

@@ -5,21 +5,11 @@
 
 #include "blocks/block_sampling.h"
 #include "blocks/blocks.h"
+#include "blocks/deform_row.h"
 #include "register/kernels.h"
 #include "run/fatal_error.h"
 
-// Where a pixel coordinate falls between the block points, which sit at
-// k * cell + cell / 2 (the half taken as a real number): block index, weight
-// of the next block and that next block. Before the first point and past the
-// last the field holds still. With an odd cell the weight can be slightly
-// negative just past a point's integer half (cell 5, x = 7: -0.1).
-struct FieldPlace {
-  int64_t index;
-  int64_t next;
-  float weight;
-};
-
-static FieldPlace PlaceInField(int64_t position, int64_t cell, int64_t count) {
+FieldPlace PlaceInField(int64_t position, int64_t cell, int64_t count) {
   FieldPlace place = {0, 0, 0.0f};
   if (position > cell / 2) {
     place.index = (position - cell / 2) / cell;
@@ -57,6 +47,16 @@ static void FetchPixel(const Image& source, double sx, double sy, unsigned char*
   FetchBlended(source, (int64_t)wholeX, (int64_t)wholeY, sx - wholeX, sy - wholeY, out);
 }
 
+void DeformRowReference(const Image& source, const BlockField& field, const FieldPlace* columns,
+                        FieldPlace row, int64_t y, int64_t first, int64_t n, unsigned char* out) {
+  for (int64_t x = first; x < first + n; x++, out += 4) {
+    // Sub-pixel offsets are kept as 32-bit floats.
+    float offsetX = (float)BlendField(field.dx, field.columns, columns[x], row);
+    float offsetY = (float)BlendField(field.dy, field.columns, columns[x], row);
+    FetchPixel(source, (double)x - offsetX, (double)y - offsetY, out);
+  }
+}
+
 Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidth,
                   int32_t cellHeight) {
   Image result = source;
@@ -79,11 +79,16 @@ Image DeformImage(const Image& source, const BlockField& field, int32_t cellWidt
 
   // Each pixel depends on its own position only: the fast path shares rows
   // among threads.
+  DeformRowKernel deformRow = Kernels.level >= KERNEL_AVX2 ? DeformRowAvx2 : DeformRowReference;
 #pragma omp parallel for schedule(static) if (fast)
   for (int64_t y = 0; y < height; y++) {
     FieldPlace row = PlaceInField(y, cellHeight, field.rows);
+    if (fast) {
+      deformRow(source, field, columns, row, y, 0, width, result.pixels + y * width * 4);
+      continue;
+    }
     for (int64_t x = 0; x < width; x++) {
-      FieldPlace column = fast ? columns[x] : PlaceInField(x, cellWidth, field.columns);
+      FieldPlace column = PlaceInField(x, cellWidth, field.columns);
       // Sub-pixel offsets are kept as 32-bit floats.
       float offsetX = (float)BlendField(field.dx, field.columns, column, row);
       float offsetY = (float)BlendField(field.dy, field.columns, column, row);

@@ -55,6 +55,10 @@ double ScoreFromTotals(const ScoreTotals& totals, uint64_t count) {
   return (s2 * SCORE_K + (double)totals.s1 + (double)totals.empty * EMPTY_PAIR) / (double)count;
 }
 
+BoundTest MakeBoundTest(float bound, uint64_t count) {
+  return BoundTest{bound, (double)bound * (double)count * (1.0 - 1e-9), count};
+}
+
 bool FindOverlap(const Image& a, const Image& b, Overlap& overlap) {
   int64_t d = (int64_t)a.x0 - b.x0;
   overlap.ax = d >= 0 ? d : 0;

@@ -33,3 +33,22 @@ void AddPairSums(ScoreTotals& totals, const PairSums& run);
 
 // The score of count pairs whose sums are totals, exactly as MatchScore forms it.
 double ScoreFromTotals(const ScoreTotals& totals, uint64_t count);
+
+// Whether the partial score of totals over count pairs reaches bound. The
+// exact score costs a division: it is only formed once a cheap estimate,
+// the numerator against bound x count, comes within a hair of the bound
+// (both are within a few units in the last place of the exact values, far
+// inside the margin), so the answer is always the exact one.
+struct BoundTest {
+  float bound;
+  double near;  // bound x count, less the margin
+  uint64_t count;
+};
+
+BoundTest MakeBoundTest(float bound, uint64_t count);
+
+inline bool ReachesBound(const ScoreTotals& totals, const BoundTest& test) {
+  double estimate = (double)(uint64_t)totals.s2 * (double)(1.0f / 255.0f) + (double)totals.s1 +
+                    (double)totals.empty * (double)(0.5f * 0.01f);
+  return estimate >= test.near && ScoreFromTotals(totals, test.count) >= test.bound;
+}

@@ -29,8 +29,6 @@ static const int64_t CHUNK = 2048;
 
 static const int64_t PIECE = 32;         // pixels in a piece of a row
 static const int64_t SPARSE_PIECES = 16;  // pieces per candidate in the sparse pass
-static const double SCORE_WEIGHT = (double)(1.0f / 255.0f);
-static const double EMPTY_WEIGHT = (double)(0.5f * 0.01f);
 
 // Pieces of PIECE pixels of the rows of the moving picture, in the order they
 // are visited; rows without any data are left out of the pieces and counted.
@@ -133,12 +131,6 @@ static Image Placed(const Image& moving, int64_t dx, int64_t dy) {
 
 // The candidate's score, or ABANDONED_SCORE once it provably cannot win. A
 // completed score lowers the shared bound.
-//
-// The exact partial score costs a division; it is only formed once a cheap
-// estimate of it, the numerator against bound x count, comes within a hair of
-// the bound (both sides are within a few units in the last place of the
-// exact values, far inside the margin), so the decision is always the exact
-// one.
 static double ScoreWithBound(const Image& moving, const Image& fixed, const PiecePlan& plan,
                              int64_t dx, int64_t dy, std::atomic<double>& lowest) {
   Image placed = Placed(moving, dx, dy);
@@ -147,13 +139,10 @@ static double ScoreWithBound(const Image& moving, const Image& fixed, const Piec
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
   int64_t emptyRows = plan.emptyBefore[overlap.ay + overlap.rows] - plan.emptyBefore[overlap.ay];
   ScoreTotals totals = {0, 0, (uint64_t)emptyRows * (uint64_t)overlap.columns};
-  float bound = AbandonBound(lowest.load(std::memory_order_relaxed));
-  double near = (double)bound * (double)count * (1.0 - 1e-9);
+  BoundTest test = MakeBoundTest(AbandonBound(lowest.load(std::memory_order_relaxed)), count);
   for (int64_t k = 0; k < plan.count; k++) {
     if (SumPiece(placed, fixed, overlap, plan.pieces[k], totals) == 0) continue;
-    double estimate = (double)(uint64_t)totals.s2 * SCORE_WEIGHT + (double)totals.s1 +
-                      (double)totals.empty * EMPTY_WEIGHT;
-    if (estimate >= near && ScoreFromTotals(totals, count) >= bound) return ABANDONED_SCORE;
+    if (ReachesBound(totals, test)) return ABANDONED_SCORE;
   }
   double score = ScoreFromTotals(totals, count);
   LowerTo(lowest, score);
