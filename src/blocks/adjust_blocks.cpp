@@ -4,14 +4,12 @@
 #include <cstring>
 #include <new>
 
-#ifdef _OPENMP
-#include <omp.h>
-#endif
 
 #include "blocks/block_search_fast.h"
 #include "blocks/blocks.h"
 #include "register/kernels.h"
 #include "run/fatal_error.h"
+#include "run/threads.h"
 #include "run/run_state.h"
 #include "run/settings.h"
 
@@ -82,6 +80,12 @@ static bool BlockLeavesReference(int64_t bx, int64_t by) {
          by + s.SearchWidth + s.BlockShiftMaxY + dy0 > Reference.height;
 }
 
+// Brings the bar up to 50 k / columns + 1 stars before column k is searched.
+static void ShowColumnProgress(int64_t k, int64_t columns, int64_t& stars) {
+  for (; stars < 50 * k / columns + 1; stars++) printf("*");
+  fflush(stdout);
+}
+
 static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
   int64_t grid = Settings.GridWidth;
   float step = Settings.BlockShiftStep;
@@ -89,8 +93,7 @@ static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
   int64_t columns = field.columns;
   int64_t stars = 0;
   for (int64_t k = 0; k < columns; k++) {
-    for (; stars < 50 * k / columns + 1; stars++) printf("*");
-    fflush(stdout);
+    ShowColumnProgress(k, columns, stars);
     int64_t bx = firstX + k * grid;
     for (int64_t l = 0; l < field.rows; l++) {
       int64_t by = firstY + l * grid;
@@ -116,22 +119,6 @@ static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
   }
 }
 
-static int ThreadCount() {
-#ifdef _OPENMP
-  return omp_get_max_threads();
-#else
-  return 1;
-#endif
-}
-
-static int ThreadNumber() {
-#ifdef _OPENMP
-  return omp_get_thread_num();
-#else
-  return 0;
-#endif
-}
-
 // The blocks of one column are shared among threads; each writes only its own
 // field entry. The stars go out from this thread, before each column, as in
 // the straightforward loop.
@@ -152,8 +139,7 @@ static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
   int64_t columns = field.columns;
   int64_t stars = 0;
   for (int64_t k = 0; k < columns; k++) {
-    for (; stars < 50 * k / columns + 1; stars++) printf("*");
-    fflush(stdout);
+    ShowColumnProgress(k, columns, stars);
     int64_t bx = firstX + k * grid;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (int64_t l = 0; l < field.rows; l++) {

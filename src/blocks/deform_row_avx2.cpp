@@ -15,19 +15,7 @@
 #include <cstdint>
 
 #include "blocks/deform_row.h"
-
-static inline __m256d Channel(__m128i pixels, int k) {
-  __m128i bytes = _mm_and_si128(_mm_srli_epi32(pixels, 8 * k), _mm_set1_epi32(0xFF));
-  return _mm256_cvtepi32_pd(bytes);
-}
-
-static inline __m256d Blend(__m256d v00, __m256d v10, __m256d v01, __m256d v11, __m256d fx,
-                            __m256d gx, __m256d fy, __m256d gy) {
-  __m256d value = _mm256_mul_pd(_mm256_mul_pd(v00, gx), gy);
-  value = _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(v10, fx), gy));
-  value = _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(v01, gx), fy));
-  return _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(v11, fx), fy));
-}
+#include "register/bilinear_avx2.h"
 
 // The offsets of one field array at four columns, rounded to float.
 static inline __m256d FieldOffsets(const float* values, int64_t columnCount,
@@ -42,7 +30,7 @@ static inline __m256d FieldOffsets(const float* values, int64_t columnCount,
                                bottom[c[3].index]);
   __m256d v11 = _mm256_setr_pd(bottom[c[0].next], bottom[c[1].next], bottom[c[2].next],
                                bottom[c[3].next]);
-  return _mm256_cvtps_pd(_mm256_cvtpd_ps(Blend(v00, v10, v01, v11, fx, gx, fy, gy)));
+  return _mm256_cvtps_pd(_mm256_cvtpd_ps(BlendValues(v00, v10, v01, v11, fx, gx, fy, gy)));
 }
 
 void DeformRowAvx2(const Image& source, const BlockField& field, const FieldPlace* columns,
@@ -77,43 +65,14 @@ void DeformRowAvx2(const Image& source, const BlockField& field, const FieldPlac
           _mm256_and_pd(_mm256_cmp_pd(wholeY, zero, _CMP_GE_OQ), _mm256_cmp_pd(wholeY, height, _CMP_LT_OQ)));
       __m256d blends = _mm256_and_pd(inside, _mm256_and_pd(_mm256_cmp_pd(wholeX, lastX, _CMP_LT_OQ),
                                                            _mm256_cmp_pd(wholeY, lastY, _CMP_LT_OQ)));
-      int insideLanes = _mm256_movemask_pd(inside);
-      int blendLanes = _mm256_movemask_pd(blends);
-      alignas(16) int32_t index[4];
-      __m256d cell = _mm256_and_pd(_mm256_add_pd(_mm256_mul_pd(wholeY, width), wholeX), inside);
-      _mm_store_si128((__m128i*)index, _mm256_cvttpd_epi32(cell));
-      uint32_t q00[4] = {0, 0, 0, 0}, q10[4] = {0, 0, 0, 0}, q01[4] = {0, 0, 0, 0}, q11[4] = {0, 0, 0, 0};
-      for (int k = 0; k < 4; k++) {
-        const uint32_t* p = pixels + index[k];
-        if ((insideLanes >> k & 1) != 0) q00[k] = p[0];
-        if ((blendLanes >> k & 1) == 0) continue;
-        q10[k] = p[1];
-        q01[k] = p[source.width];
-        q11[k] = p[source.width + 1];
+      FourCells cells = LoadCells(pixels, source.width, wholeX, wholeY, inside, blends);
+      __m128i result = cells.p00;
+      if (_mm256_movemask_pd(blends) != 0) {
+        __m256d wx = _mm256_sub_pd(sx, wholeX);
+        __m256d wy = _mm256_sub_pd(sy, wholeY);
+        result = BlendCells(cells, wx, _mm256_sub_pd(one, wx), wy, _mm256_sub_pd(one, wy), blends);
       }
-      __m128i p00 = _mm_setr_epi32((int)q00[0], (int)q00[1], (int)q00[2], (int)q00[3]);
-      if (blendLanes == 0) {
-        _mm_storeu_si128((__m128i*)(out + done * 4), p00);
-        continue;
-      }
-      __m128i p10 = _mm_setr_epi32((int)q10[0], (int)q10[1], (int)q10[2], (int)q10[3]);
-      __m128i p01 = _mm_setr_epi32((int)q01[0], (int)q01[1], (int)q01[2], (int)q01[3]);
-      __m128i p11 = _mm_setr_epi32((int)q11[0], (int)q11[1], (int)q11[2], (int)q11[3]);
-      __m256d wx = _mm256_sub_pd(sx, wholeX);
-      __m256d wy = _mm256_sub_pd(sy, wholeY);
-      __m256d rx = _mm256_sub_pd(one, wx);
-      __m256d ry = _mm256_sub_pd(one, wy);
-      __m128i blended = _mm_setzero_si128();
-      for (int k = 0; k < 4; k++) {
-        __m256d value = Blend(Channel(p00, k), Channel(p10, k), Channel(p01, k), Channel(p11, k),
-                              wx, rx, wy, ry);
-        __m128i byte = _mm_and_si128(_mm256_cvttpd_epi32(value), _mm_set1_epi32(0xFF));
-        blended = _mm_or_si128(blended, _mm_slli_epi32(byte, 8 * k));
-      }
-      const __m256i evenLanes = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
-      __m128i blendMask = _mm256_castsi256_si128(
-          _mm256_permutevar8x32_epi32(_mm256_castpd_si256(blends), evenLanes));
-      _mm_storeu_si128((__m128i*)(out + done * 4), _mm_blendv_epi8(p00, blended, blendMask));
+      _mm_storeu_si128((__m128i*)(out + done * 4), result);
     }
   }
   DeformRowReference(source, field, columns, row, y, first + done, n - done, out + done * 4);

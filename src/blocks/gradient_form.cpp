@@ -2,6 +2,20 @@
 
 #include "blocks/blocks.h"
 
+// Bytes 1 and 2 of the inner pixels of row y from the grey (byte 0) of their
+// four neighbours; a row of a picture whose grey is complete.
+static void GradientRow(unsigned char* pixels, int64_t width, int64_t y) {
+  for (int64_t x = 1; x <= width - 2; x++) {
+    unsigned char* p = pixels + (y * width + x) * 4;
+    int left = p[-4];
+    int right = p[4];
+    int above = p[-width * 4];
+    int below = p[width * 4];
+    p[1] = (unsigned char)(128 + (left - right) / 2);
+    p[2] = (unsigned char)(128 + (above - below) / 2);
+  }
+}
+
 void MakeGradientForm(Image& image) {
   int64_t width = image.width;
   int64_t height = image.height;
@@ -15,17 +29,7 @@ void MakeGradientForm(Image& image) {
     p[0] = (unsigned char)((p[0] + p[1] + p[2]) / 3);
   }
 
-  for (int64_t y = 1; y <= height - 2; y++) {
-    for (int64_t x = 1; x <= width - 2; x++) {
-      unsigned char* p = pixels + (y * width + x) * 4;
-      int left = p[-4];
-      int right = p[4];
-      int above = p[-width * 4];
-      int below = p[width * 4];
-      p[1] = (unsigned char)(128 + (left - right) / 2);
-      p[2] = (unsigned char)(128 + (above - below) / 2);
-    }
-  }
+  for (int64_t y = 1; y <= height - 2; y++) GradientRow(pixels, width, y);
 }
 
 // The same bytes as a copy followed by MakeGradientForm, in two passes over
@@ -49,16 +53,6 @@ Image GradientCopy(const Image& source) {
     }
   }
 #pragma omp parallel for schedule(static)
-  for (int64_t y = 1; y <= height - 2; y++) {
-    for (int64_t x = 1; x <= width - 2; x++) {
-      unsigned char* p = copy.pixels + (y * width + x) * 4;
-      int left = p[-4];
-      int right = p[4];
-      int above = p[-width * 4];
-      int below = p[width * 4];
-      p[1] = (unsigned char)(128 + (left - right) / 2);
-      p[2] = (unsigned char)(128 + (above - below) / 2);
-    }
-  }
+  for (int64_t y = 1; y <= height - 2; y++) GradientRow(copy.pixels, width, y);
   return copy;
 }

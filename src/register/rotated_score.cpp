@@ -13,26 +13,8 @@
 #include "register/match_score.h"
 #include "register/register.h"
 #include "run/fatal_error.h"
+#include "run/threads.h"
 
-#ifdef _OPENMP
-#include <omp.h>
-#endif
-
-static int ThreadCount() {
-#ifdef _OPENMP
-  return omp_get_max_threads();
-#else
-  return 1;
-#endif
-}
-
-static int ThreadNumber() {
-#ifdef _OPENMP
-  return omp_get_thread_num();
-#else
-  return 0;
-#endif
-}
 
 // Columns of the patch taken together. A turned row runs across many rows of
 // the source; going down the patch one band of columns at a time keeps the

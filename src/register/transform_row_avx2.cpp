@@ -15,18 +15,8 @@
 
 #include <cstdint>
 
+#include "register/bilinear_avx2.h"
 #include "register/kernels.h"
-
-// Channel k (0 blue .. 3 weight) of four gathered pixels, as doubles.
-static inline __m256d Channel(__m128i pixels, int k) {
-  __m128i bytes = _mm_and_si128(_mm_srli_epi32(pixels, 8 * k), _mm_set1_epi32(0xFF));
-  return _mm256_cvtepi32_pd(bytes);
-}
-
-static inline __m128i Narrow(__m256d mask) {
-  const __m256i evenLanes = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
-  return _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(mask), evenLanes));
-}
 
 void TransformRowAvx2(const Image& source, double c, double s, float dx, float dy, int64_t u0,
                       int64_t v, int64_t n, unsigned char* out) {
@@ -60,46 +50,13 @@ void TransformRowAvx2(const Image& source, double c, double s, float dx, float d
       __m256d interior = _mm256_and_pd(
           inside, _mm256_and_pd(_mm256_cmp_pd(cellX, lastX, _CMP_LT_OQ),
                                 _mm256_cmp_pd(cellY, lastY, _CMP_LT_OQ)));
-      // Plain loads: on some processors four of them beat a gather by far.
-      // Lanes outside may hold any index and are never read.
-      alignas(16) int32_t index[4];
-      _mm_store_si128((__m128i*)index, _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(cellY, width), cellX)));
-      int insideLanes = _mm256_movemask_pd(inside);
-      int interiorLanes = _mm256_movemask_pd(interior);
-      uint32_t q00[4] = {0, 0, 0, 0}, q10[4] = {0, 0, 0, 0}, q01[4] = {0, 0, 0, 0}, q11[4] = {0, 0, 0, 0};
-      for (int k = 0; k < 4; k++) {
-        const uint32_t* p = pixels + index[k];
-        if ((insideLanes >> k & 1) != 0) q00[k] = p[0];
-        if ((interiorLanes >> k & 1) == 0) continue;
-        q10[k] = p[1];
-        q01[k] = p[source.width];
-        q11[k] = p[source.width + 1];
+      FourCells cells = LoadCells(pixels, source.width, cellX, cellY, inside, interior);
+      __m128i result = cells.p00;
+      if (_mm256_movemask_pd(interior) != 0) {
+        __m256d fx = _mm256_sub_pd(sx, cellX);
+        __m256d fy = _mm256_sub_pd(sy, cellY);
+        result = BlendCells(cells, fx, _mm256_sub_pd(one, fx), fy, _mm256_sub_pd(one, fy), interior);
       }
-      // Built from registers: four narrow stores read back as one wide load
-      // would stall.
-      __m128i p00 = _mm_setr_epi32((int)q00[0], (int)q00[1], (int)q00[2], (int)q00[3]);
-      if (interiorLanes == 0) {
-        _mm_storeu_si128((__m128i*)(out + done * 4), p00);
-        continue;
-      }
-      __m128i p10 = _mm_setr_epi32((int)q10[0], (int)q10[1], (int)q10[2], (int)q10[3]);
-      __m128i p01 = _mm_setr_epi32((int)q01[0], (int)q01[1], (int)q01[2], (int)q01[3]);
-      __m128i p11 = _mm_setr_epi32((int)q11[0], (int)q11[1], (int)q11[2], (int)q11[3]);
-      __m128i interiorMask = Narrow(interior);
-      __m256d fx = _mm256_sub_pd(sx, cellX);
-      __m256d fy = _mm256_sub_pd(sy, cellY);
-      __m256d gx = _mm256_sub_pd(one, fx);
-      __m256d gy = _mm256_sub_pd(one, fy);
-      __m128i blended = _mm_setzero_si128();
-      for (int k = 0; k < 4; k++) {
-        __m256d value = _mm256_mul_pd(_mm256_mul_pd(Channel(p00, k), gx), gy);
-        value = _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(Channel(p10, k), fx), gy));
-        value = _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(Channel(p01, k), gx), fy));
-        value = _mm256_add_pd(value, _mm256_mul_pd(_mm256_mul_pd(Channel(p11, k), fx), fy));
-        __m128i byte = _mm_and_si128(_mm256_cvttpd_epi32(value), _mm_set1_epi32(0xFF));
-        blended = _mm_or_si128(blended, _mm_slli_epi32(byte, 8 * k));
-      }
-      __m128i result = _mm_blendv_epi8(p00, blended, interiorMask);
       _mm_storeu_si128((__m128i*)(out + done * 4), result);
     }
   }
