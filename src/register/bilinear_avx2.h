@@ -26,9 +26,21 @@ static inline FourCells LoadCells(const uint32_t* pixels, int64_t width, __m256d
                                   __m256d inside, __m256d blends) {
   alignas(16) int32_t index[4];
   __m256d cell = _mm256_add_pd(_mm256_mul_pd(y, _mm256_set1_pd((double)width)), x);
-  _mm_store_si128((__m128i*)index, _mm256_cvttpd_epi32(_mm256_and_pd(cell, inside)));
+  __m128i cellIndex = _mm256_cvttpd_epi32(_mm256_and_pd(cell, inside));
   int insideLanes = _mm256_movemask_pd(inside);
   int blendLanes = _mm256_movemask_pd(blends);
+  FourCells cells;
+  // Four neighbouring cells that all blend, the usual case: four wide loads.
+  __m128i run = _mm_add_epi32(_mm_shuffle_epi32(cellIndex, 0), _mm_setr_epi32(0, 1, 2, 3));
+  if (blendLanes == 15 && _mm_movemask_epi8(_mm_cmpeq_epi32(run, cellIndex)) == 0xFFFF) {
+    const uint32_t* p = pixels + _mm_cvtsi128_si32(cellIndex);
+    cells.p00 = _mm_loadu_si128((const __m128i*)p);
+    cells.p10 = _mm_loadu_si128((const __m128i*)(p + 1));
+    cells.p01 = _mm_loadu_si128((const __m128i*)(p + width));
+    cells.p11 = _mm_loadu_si128((const __m128i*)(p + width + 1));
+    return cells;
+  }
+  _mm_store_si128((__m128i*)index, cellIndex);
   uint32_t q[4][4] = {{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}};
   for (int k = 0; k < 4; k++) {
     const uint32_t* p = pixels + index[k];
@@ -39,7 +51,6 @@ static inline FourCells LoadCells(const uint32_t* pixels, int64_t width, __m256d
     q[3][k] = p[width + 1];
   }
   // Built from registers: four narrow stores read back as one wide load would stall.
-  FourCells cells;
   cells.p00 = _mm_setr_epi32((int)q[0][0], (int)q[0][1], (int)q[0][2], (int)q[0][3]);
   cells.p10 = _mm_setr_epi32((int)q[1][0], (int)q[1][1], (int)q[1][2], (int)q[1][3]);
   cells.p01 = _mm_setr_epi32((int)q[2][0], (int)q[2][1], (int)q[2][2], (int)q[2][3]);
