@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "blocks/block_products.h"
 #include "blocks/deform_row.h"
 #include "register/kernels.h"
 #include "test_pictures.h"
@@ -93,6 +94,21 @@ void RunBlockRow(int level, const RowCase& k, unsigned char* out) {
   kernel(k.source.image, k.u0 / 3, k.v / 2, k.wy, k.ox, k.u0 % 5, k.n, out);
 }
 
+// The fractional block search's rows finished from shared horizontal
+// products, against the pixel-by-pixel reference.
+void RunProductsRow(int level, const RowCase& k, unsigned char* out) {
+  int64_t bx = k.u0 / 3, y = k.v / 2, first = k.u0 % 5;
+  if (level == KERNEL_REFERENCE) {
+    SampleBlockRowReference(k.source.image, bx, y, k.wy, k.ox, first, k.n, out);
+    return;
+  }
+  BlockProducts products = NewBlockProducts(3 * 64, 64);
+  if (!FillBlockProducts(products, k.source.image, bx, k.ox, first, k.n, y - 1, y + 1) ||
+      !SampleRowFromProducts(products, k.source.image, y, k.wy, out))
+    memset(out, 0x5A, (size_t)k.n * 4);  // cannot happen: shows as a mismatch
+  ReleaseBlockProducts(products);
+}
+
 // A field of a few blocks with offsets of a few pixels, some of them reaching
 // past the picture, over columns 1 .. 75.
 void RunDeformRow(int level, const RowCase& k, unsigned char* out) {
@@ -125,6 +141,7 @@ TEST(KernelAgreement, ResamplingRowsWriteTheReferenceBytes) {
       {"transform row", RunTransform, KERNEL_AVX2},
       {"block row", RunBlockRow, KERNEL_AVX2},
       {"deformation row", RunDeformRow, KERNEL_AVX2},
+      {"block row from products", RunProductsRow, KERNEL_SSE2},
   };
   uint32_t seed = Seed();
   for (const KernelRow& kernel : kernels) {

@@ -119,6 +119,18 @@ static void SearchBlocks(BlockField& field, int64_t firstX, int64_t firstY) {
   }
 }
 
+// Products of the fractional search beyond this many entries (64 bytes
+// each) are not kept: such offset ranges sample pixel by pixel.
+static const int64_t PRODUCT_ENTRY_LIMIT = INT64_C(1) << 18;
+
+// Entries the products of one block need: every patch column, every source
+// row a trial can read (the patch's rows, the vertical offsets, one row below).
+static int64_t ProductEntries(int64_t side, const BlockOffsets& offsets) {
+  double span = (double)offsets.realY[offsets.countY - 1] - (double)offsets.realY[0];
+  double entries = (double)side * ((double)side + std::ceil(span) + 3);
+  return entries <= (double)PRODUCT_ENTRY_LIMIT ? (int64_t)entries : 0;
+}
+
 // The blocks of one column are shared among threads; each writes only its own
 // field entry. The stars go out from this thread, before each column, as in
 // the straightforward loop.
@@ -135,6 +147,7 @@ static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
     scratch[t].order = new (std::nothrow) int64_t[(size_t)side];
     scratch[t].energy = new (std::nothrow) uint64_t[(size_t)side];
     if (scratch[t].order == nullptr || scratch[t].energy == nullptr) OutOfMemory();
+    scratch[t].products = NewBlockProducts(wholeStep ? 0 : ProductEntries(side, offsets), side);
   }
   int64_t columns = field.columns;
   int64_t stars = 0;
@@ -162,6 +175,7 @@ static void SearchBlocksFast(BlockField& field, int64_t firstX, int64_t firstY,
     delete[] scratch[t].row;
     delete[] scratch[t].order;
     delete[] scratch[t].energy;
+    ReleaseBlockProducts(scratch[t].products);
   }
   delete[] scratch;
 }

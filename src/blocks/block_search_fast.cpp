@@ -154,9 +154,10 @@ float SearchBlockOffsetFast(float& dx, float& dy, int64_t bx, int64_t by,
   return best;
 }
 
+// products: those of ox, or null to sample pixel by pixel.
 static double SubpixelTrial(const Image& reference, const Overlap& overlap, int64_t bx,
                             int64_t by, float ox, float oy, const BlockScratch& scratch,
-                            int64_t side, double lowest) {
+                            const BlockProducts* products, int64_t side, double lowest) {
   uint64_t count = (uint64_t)overlap.columns * (uint64_t)overlap.rows;
   BoundTest test = MakeBoundTest(AbandonBound(lowest), count);
   ScoreTotals totals = {0, 0, 0};
@@ -166,8 +167,9 @@ static double SubpixelTrial(const Image& reference, const Overlap& overlap, int6
     if (r < 0 || r >= overlap.rows) continue;
     double ry = (double)(overlap.by + r) - oy;
     double wholeY = std::trunc(ry);
-    Kernels.SampleBlockRow(Current, bx, by + (int64_t)wholeY, ry - wholeY, ox, overlap.bx,
-                           overlap.columns, row);
+    int64_t y = by + (int64_t)wholeY;
+    if (products == nullptr || !SampleRowFromProducts(*products, Current, y, ry - wholeY, row))
+      Kernels.SampleBlockRow(Current, bx, y, ry - wholeY, ox, overlap.bx, overlap.columns, row);
     const unsigned char* p =
         reference.pixels + ((overlap.ay + r) * reference.width + overlap.ax) * 4;
     PairSums run;
@@ -203,16 +205,29 @@ float SearchBlockOffsetSubpixelFast(float& dx, float& dy, int64_t bx, int64_t by
   CopyPatch(unmoved, bx, by);
   OrderRows(unmoved, scratch);
   double lowest = SubpixelTrial(reference, overlap, bx, by, offsets.realX[offsets.countX / 2],
-                                offsets.realY[offsets.countY / 2], scratch, side, INFINITY);
-  for (int64_t i = 0; i < offsets.countX; i++)
+                                offsets.realY[offsets.countY / 2], scratch, nullptr, side,
+                                INFINITY);
+  // The source rows any trial reads: trunc(j - oy) falls as oy rises, and the
+  // offsets rise through the list.
+  int64_t firstRow = by + (int64_t)std::trunc((double)overlap.by - offsets.realY[offsets.countY - 1]);
+  int64_t lastRow =
+      by + (int64_t)std::trunc((double)(overlap.by + overlap.rows - 1) - offsets.realY[0]) + 1;
+  for (int64_t i = 0; i < offsets.countX; i++) {
+    float ox = offsets.realX[i];
+    const BlockProducts* products =
+        FillBlockProducts(scratch.products, Current, bx, ox, overlap.bx, overlap.columns, firstRow,
+                          lastRow)
+            ? &scratch.products
+            : nullptr;
     for (int64_t j = 0; j < offsets.countY; j++) {
-      float ox = offsets.realX[i];
       float oy = offsets.realY[j];
-      double score = SubpixelTrial(reference, overlap, bx, by, ox, oy, scratch, side, lowest);
+      double score =
+          SubpixelTrial(reference, overlap, bx, by, ox, oy, scratch, products, side, lowest);
       if (score < lowest) lowest = score;
       if (!TakeIfBetter(best, score)) continue;
       dx = ox;
       dy = oy;
     }
+  }
   return best;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "blocks/block_products.h"
 #include "image/image.h"
 
 // The offsets every block tries, in order, listed once per stage: the
@@ -30,6 +31,7 @@ struct BlockScratch {
   unsigned char* row;
   int64_t* order;
   uint64_t* energy;
+  BlockProducts products;  // capacity 0 when the offset range makes them too large
 };
 
 float SearchBlockOffsetFast(float& dx, float& dy, int64_t bx, int64_t by,
