@@ -103,8 +103,9 @@ void RunProductsRow(int level, const RowCase& k, unsigned char* out) {
     return;
   }
   BlockProducts products = NewBlockProducts(3 * 64, 64);
+  bool avx2 = level == KERNEL_AVX2;
   if (!FillBlockProducts(products, k.source.image, bx, k.ox, first, k.n, y - 1, y + 1) ||
-      !SampleRowFromProducts(products, k.source.image, y, k.wy, out))
+      !(avx2 ? SampleRowFromProductsAvx2 : SampleRowFromProducts)(products, k.source.image, y, k.wy, out))
     memset(out, 0x5A, (size_t)k.n * 4);  // cannot happen: shows as a mismatch
   ReleaseBlockProducts(products);
 }
@@ -142,6 +143,7 @@ TEST(KernelAgreement, ResamplingRowsWriteTheReferenceBytes) {
       {"block row", RunBlockRow, KERNEL_AVX2},
       {"deformation row", RunDeformRow, KERNEL_AVX2},
       {"block row from products", RunProductsRow, KERNEL_SSE2},
+      {"block row from products, AVX2", RunProductsRow, KERNEL_AVX2},
   };
   uint32_t seed = Seed();
   for (const KernelRow& kernel : kernels) {

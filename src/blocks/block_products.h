@@ -36,6 +36,9 @@ bool FillBlockProducts(BlockProducts& products, const Image& source, int64_t bx,
 bool SampleRowFromProducts(const BlockProducts& products, const Image& source, int64_t y,
                            double wy, unsigned char* out);
 
+bool SampleRowFromProductsAvx2(const BlockProducts& products, const Image& source, int64_t y,
+                               double wy, unsigned char* out);
+
 // Buffers for capacity entries of side columns; capacity 0 keeps none.
 BlockProducts NewBlockProducts(int64_t capacity, int64_t side);
 void ReleaseBlockProducts(BlockProducts& products);

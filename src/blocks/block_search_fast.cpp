@@ -168,7 +168,11 @@ static double SubpixelTrial(const Image& reference, const Overlap& overlap, int6
     double ry = (double)(overlap.by + r) - oy;
     double wholeY = std::trunc(ry);
     int64_t y = by + (int64_t)wholeY;
-    if (products == nullptr || !SampleRowFromProducts(*products, Current, y, ry - wholeY, row))
+    bool sampled = products != nullptr &&
+                   (Kernels.level >= KERNEL_AVX2
+                        ? SampleRowFromProductsAvx2(*products, Current, y, ry - wholeY, row)
+                        : SampleRowFromProducts(*products, Current, y, ry - wholeY, row));
+    if (!sampled)
       Kernels.SampleBlockRow(Current, bx, y, ry - wholeY, ox, overlap.bx, overlap.columns, row);
     const unsigned char* p =
         reference.pixels + ((overlap.ay + r) * reference.width + overlap.ax) * 4;
