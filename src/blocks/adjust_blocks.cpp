@@ -126,6 +126,7 @@ static const int64_t PRODUCT_ENTRY_LIMIT = INT64_C(1) << 18;
 // Entries the products of one block need: every patch column, every source
 // row a trial can read (the patch's rows, the vertical offsets, one row below).
 static int64_t ProductEntries(int64_t side, const BlockOffsets& offsets) {
+  if (offsets.countY == 0) return 0;  // no trial at all
   double span = (double)offsets.realY[offsets.countY - 1] - (double)offsets.realY[0];
   double entries = (double)side * ((double)side + std::ceil(span) + 3);
   return entries <= (double)PRODUCT_ENTRY_LIMIT ? (int64_t)entries : 0;
