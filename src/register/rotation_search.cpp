@@ -59,6 +59,29 @@ static void ShowProgress(float angle, int32_t& starsPrinted) {
   fflush(stdout);
 }
 
+// Seeding pays when it sees every angle at once; beyond this many (ranges of
+// dozens of degrees) the scans seed themselves angle by angle.
+static const int64_t SEED_ANGLES = 64;
+
+// Builds the patches of every coarse angle, in order, and seeds the search's
+// bound from all of them together. Prints nothing.
+static void SeedFromAllAngles(int32_t patchWidth, int32_t patchHeight, ScanMemory& memory) {
+  Image patches[SEED_ANGLES];
+  int64_t count = 0;
+  for (float angle = Settings.AngleMin; angle <= Settings.AngleMax;) {
+    if (count == SEED_ANGLES) break;
+    patches[count++] = RotatedPatch(Current, patchWidth, patchHeight, angle);
+    float next = (float)(angle + DEGREE);
+    if (next == angle) break;
+    angle = next;
+  }
+  bool all = count < SEED_ANGLES;
+  ShiftGrid grid = {Settings.ShiftMinX, Settings.ShiftMaxX, Settings.ShiftMinY, Settings.ShiftMaxY,
+                    ShiftStep()};
+  if (all) SeedScanMemory(patches, count, Reference, grid, memory);
+  for (int64_t i = 0; i < count; i++) ReleasePixels(patches[i]);
+}
+
 static void CoarsePhase(CoarseBest& best) {
   int32_t patchWidth = Current.width / 4;
   int32_t patchHeight = Current.height / 4;
@@ -69,6 +92,7 @@ static void CoarsePhase(CoarseBest& best) {
   }
   int32_t starsPrinted = 0;
   ScanMemory memory = NewScanMemory();
+  if (Kernels.level != KERNEL_REFERENCE) SeedFromAllAngles(patchWidth, patchHeight, memory);
   float angle = Settings.AngleMin;
   while (angle <= Settings.AngleMax) {
     ShowProgress(angle, starsPrinted);

@@ -29,6 +29,7 @@ static const int64_t CHUNK = 2048;
 
 static const int64_t PIECE = 32;         // pixels in a piece of a row
 static const int64_t SPARSE_PIECES = 16;  // pieces per candidate in the sparse pass
+static const int SEED_CLIMBS = 16;         // steps of the climb from the best guess
 
 // Pieces of PIECE pixels of the rows of the moving picture, in the order they
 // are visited; rows without any data are left out of the pieces and counted.
@@ -242,4 +243,78 @@ void ScanShiftsFast(const Image& moving, const Image& fixed, const ShiftGrid& gr
   }
   delete[] chunk;
   ReleasePlan(plan);
+}
+
+// One candidate of a search over several moving pictures.
+struct SeedPlace {
+  int64_t picture;
+  int64_t dx;
+  int64_t dy;
+};
+
+void SeedScanMemory(const Image* movings, int64_t count, const Image& fixed, const ShiftGrid& grid,
+                    ScanMemory& memory) {
+  if (count <= 0) return;
+  PiecePlan* plans = AllocateArray<PiecePlan>(count);
+  for (int64_t i = 0; i < count; i++) plans[i] = PlanPieces(movings[i]);
+  ShiftCandidate* chunk = AllocateArray<ShiftCandidate>(CHUNK);
+
+  // Sparse guesses on every second shift of each picture (still shifts of
+  // the grid), the lowest first in scan order.
+  ShiftGrid sparse = grid;
+  sparse.step = grid.step * 2;
+  SeedPlace guess = {-1, 0, 0};
+  double guessed = INFINITY;
+  for (int64_t i = 0; i < count; i++) {
+    GridWalk walk = StartWalk(movings[i], fixed, sparse);
+    for (int64_t n = FillChunk(walk, chunk); n > 0; n = FillChunk(walk, chunk)) {
+#pragma omp parallel for schedule(dynamic, 8)
+      for (int64_t k = 0; k < n; k++)
+        chunk[k].score = chunk[k].score < 0
+                             ? SparseEstimate(movings[i], fixed, plans[i], chunk[k].dx, chunk[k].dy)
+                             : INFINITY;
+      for (int64_t k = 0; k < n; k++) {
+        if (!(chunk[k].score < guessed)) continue;
+        guessed = chunk[k].score;
+        guess = SeedPlace{i, chunk[k].dx, chunk[k].dy};
+      }
+    }
+  }
+
+  // From the guess, complete candidates and climb to a neighbour (a shift of
+  // the grid away, or the next picture) while one is lower. Every completed
+  // score is that of a candidate of the search, so it may bound the rest.
+  std::atomic<double> lowest(memory.lowest);
+  if (guess.picture >= 0 && OnGrid(grid, guess.dx, guess.dy)) {
+    SeedPlace at = guess;
+    double score = ScoreWithBound(movings[at.picture], fixed, plans[at.picture], at.dx, at.dy, lowest);
+    for (int climb = 0; climb < SEED_CLIMBS; climb++) {
+      const SeedPlace around[10] = {
+          {at.picture, at.dx - grid.step, at.dy}, {at.picture, at.dx + grid.step, at.dy},
+          {at.picture, at.dx, at.dy - grid.step}, {at.picture, at.dx, at.dy + grid.step},
+          {at.picture, at.dx - grid.step, at.dy - grid.step}, {at.picture, at.dx + grid.step, at.dy + grid.step},
+          {at.picture, at.dx - grid.step, at.dy + grid.step}, {at.picture, at.dx + grid.step, at.dy - grid.step},
+          {at.picture - 1, at.dx, at.dy}, {at.picture + 1, at.dx, at.dy}};
+      SeedPlace next = at;
+      double nextScore = score;
+      for (const SeedPlace& place : around) {
+        if (place.picture < 0 || place.picture >= count || !OnGrid(grid, place.dx, place.dy)) continue;
+        double candidate = ScoreWithBound(movings[place.picture], fixed, plans[place.picture], place.dx,
+                                          place.dy, lowest);
+        if (!(candidate < nextScore)) continue;
+        next = place;
+        nextScore = candidate;
+      }
+      if (!(nextScore < score)) break;
+      at = next;
+      score = nextScore;
+    }
+    memory.seeded = true;
+    memory.seedDx = at.dx;
+    memory.seedDy = at.dy;
+  }
+  memory.lowest = lowest.load();
+  delete[] chunk;
+  for (int64_t i = 0; i < count; i++) ReleasePlan(plans[i]);
+  delete[] plans;
 }
