@@ -39,7 +39,8 @@ Image RotatedPatch(const Image& source, int32_t width, int32_t height, float the
       memset(out, 0, (size_t)width * 4);
       continue;
     }
-    SampleRotatedRowReference(source, c, s, -(int64_t)patch.x0, y - patch.y0, width, out);
+    // The reference sampler on the reference path, its twin otherwise.
+    Kernels.SampleRotatedRow(source, c, s, -(int64_t)patch.x0, y - patch.y0, width, out);
   }
   return patch;
 }

@@ -64,22 +64,27 @@ static void ShowProgress(float angle, int32_t& starsPrinted) {
 static const int64_t SEED_ANGLES = 64;
 
 // Builds the patches of every coarse angle, in order, and seeds the search's
-// bound from all of them together. Prints nothing.
-static void SeedFromAllAngles(int32_t patchWidth, int32_t patchHeight, ScanMemory& memory) {
-  Image patches[SEED_ANGLES];
+// bound from all of them together. Prints nothing. Returns how many patches
+// it kept in patches (0 when there are too many angles to see at once).
+static int64_t SeedFromAllAngles(int32_t patchWidth, int32_t patchHeight, Image* patches,
+                                 ScanMemory& memory) {
   int64_t count = 0;
-  for (float angle = Settings.AngleMin; angle <= Settings.AngleMax;) {
-    if (count == SEED_ANGLES) break;
+  bool all = false;
+  for (float angle = Settings.AngleMin; angle <= Settings.AngleMax && count < SEED_ANGLES;) {
     patches[count++] = RotatedPatch(Current, patchWidth, patchHeight, angle);
     float next = (float)(angle + DEGREE);
+    all = next == angle || !(next <= Settings.AngleMax);
     if (next == angle) break;
     angle = next;
   }
-  bool all = count < SEED_ANGLES;
+  if (!all) {
+    for (int64_t i = 0; i < count; i++) ReleasePixels(patches[i]);
+    return 0;
+  }
   ShiftGrid grid = {Settings.ShiftMinX, Settings.ShiftMaxX, Settings.ShiftMinY, Settings.ShiftMaxY,
                     ShiftStep()};
-  if (all) SeedScanMemory(patches, count, Reference, grid, memory);
-  for (int64_t i = 0; i < count; i++) ReleasePixels(patches[i]);
+  SeedScanMemory(patches, count, Reference, grid, memory);
+  return count;
 }
 
 static void CoarsePhase(CoarseBest& best) {
@@ -92,11 +97,14 @@ static void CoarsePhase(CoarseBest& best) {
   }
   int32_t starsPrinted = 0;
   ScanMemory memory = NewScanMemory();
-  if (Kernels.level != KERNEL_REFERENCE) SeedFromAllAngles(patchWidth, patchHeight, memory);
+  Image patches[SEED_ANGLES];
+  int64_t kept = Kernels.level != KERNEL_REFERENCE
+                     ? SeedFromAllAngles(patchWidth, patchHeight, patches, memory)
+                     : 0;
   float angle = Settings.AngleMin;
-  while (angle <= Settings.AngleMax) {
+  for (int64_t k = 0; angle <= Settings.AngleMax; k++) {
     ShowProgress(angle, starsPrinted);
-    Image patch = RotatedPatch(Current, patchWidth, patchHeight, angle);
+    Image patch = k < kept ? patches[k] : RotatedPatch(Current, patchWidth, patchHeight, angle);
     ScoreShifts(patch, angle, best, memory);
     ReleasePixels(patch);
     float next = (float)(angle + DEGREE);
